@@ -1,0 +1,67 @@
+// Global.h - the library's error text and its dated log and error files.
+//
+// Every component reports a failure the same way: the complete message goes
+// into g_sLastErrorMessage and a copy is appended to the day's error file
+// (ReportError does both). Informational lines go to the day's log file.
+// Nothing here fails its caller: a log that cannot be written is reported on
+// standard output and otherwise ignored.
+//
+// Files: "<dir>/<YYYYMMDD>.err" and "<dir>/<YYYYMMDD>.log", opened in "ab"
+// mode for one line and closed at once. A line is "[%Y-%m-%d %H:%M:%S]\t<msg>\n";
+// the message bytes are written unchanged (GBK inside the library).
+//
+// Thread-safety: none. The last-error text, the log path and the files are
+// unguarded; callers of the library serialise all calls.
+#pragma once
+
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+// Text of the most recent error; overwritten by each reporter, never cleared.
+extern std::string g_sLastErrorMessage;
+
+// Logging switch, exported under its plain name. Only the exact value 1
+// enables WriteLog/WriteError; a host may store 0 (or any other value) in it.
+extern "C" unsigned char g_bLog;
+
+// Directory of the log files; empty until the first write without an explicit
+// directory, then the working directory of that moment for the process's life.
+extern std::string g_sLogPath;
+
+// The encoding code the library was started with; 1 means UTF-8 callers.
+extern int g_nEncodeType;
+
+// Appends one line to the day's ".err" (bError) or ".log" file in directory
+// sFilePath, or in g_sLogPath when sFilePath is null. A directory is always
+// followed by "/", so one that already ends in "/" yields "//". Does nothing
+// unless g_bLog is exactly 1. An unopenable file prints the line and
+// "Cannot write log file <name>!\r\n" to standard output instead.
+void WriteLog(std::string content, const char* sFilePath, bool bError);
+
+// Writes "[stamp] content\n" to an open stream and leaves it open; ignores
+// g_bLog. A null stream prints the line and "Cannot write log file!\r" (via
+// puts) to standard output.
+void WriteLog(FILE* fp, std::string content);
+
+// Exactly WriteLog(content, sFilePath, true).
+void WriteError(std::string content, const char* sFilePath);
+
+// A new zero-terminated copy of g_sLastErrorMessage, in UTF-8 when
+// g_nEncodeType is 1, else the bytes unchanged. Registered with g_pBufManager
+// when one exists (which then owns it); otherwise the caller owns it and
+// releases it with delete[].
+char* GetLastErrorMsg();
+
+// The error funnel: g_sLastErrorMessage = sMessage, then WriteError of a copy
+// into the log directory. Call sites return their own failure value after it.
+void ReportError(const std::string& sMessage);
+
+// The informational counterpart: g_sLastErrorMessage = sMessage, then the line
+// goes to the day's ".log" file.
+void ReportInfo(const std::string& sMessage);
+
+// Test seam: the clock that stamps log lines and names the day files.
+// Returns the previous clock; pass nullptr to restore time(nullptr).
+using LogClock = time_t (*)();
+LogClock SetLogClock(LogClock pfnClock);
