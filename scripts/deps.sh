@@ -5,7 +5,7 @@ set -euo pipefail
 
 declare -A GROUP_PACKAGES=(
   [build]="cmake g++ make libc6-dev"
-  [test]="googletest libgtest-dev libgmock-dev"
+  [test]="googletest libgtest-dev libgmock-dev pkgconf"
   [bench]="libbenchmark-dev libhyperscan-dev libmarisa-dev pkgconf"
   [data]="python3-jieba manpages-zh fortunes-zh groff-base bsdextrautils gzip libc-bin"
 )

@@ -1,0 +1,1148 @@
+// PDAT.cpp - construction, layout and lookup of the double-array dictionary.
+//
+// Insertion walks the word with GetCharCode and descends the construction
+// tree, appending children in insertion order. Children arrays grow by
+// doubling (capacity is implied by child_count: the array is reallocated when
+// the count is 0 or a power of two). A node with kIndexedFrom or more children
+// is also entered in ChildIndex, an open-addressing hash from (node key, code)
+// to the child's slot, so the root of a GBK dictionary (thousands of children)
+// is not searched linearly; the node key lives in trie_elem::position until
+// layout overwrites it with the node's cell.
+//
+// Layout produces exactly the cells of the reference procedure - characters
+// numbered by descending count (ties: lower code first); root children at
+// their dense codes; then, repeatedly, the work-list entry with the most
+// children (ties: first in the list) gets the first base b >= 1 at which all
+// its children's cells are free (b never equals the entry's own cell when it
+// is a word end), and is replaced in the list by its first child while the
+// other children are appended - with these equivalent, faster parts:
+//   * Work list: a priority queue ordered by (child_count descending, rank
+//     ascending). Ranks follow list order: a child that takes its parent's
+//     place inherits the parent's rank, appended children get fresh, larger
+//     ranks. Entries without children are never selected and never change
+//     the relative order of the others, so they are not queued.
+//   * Base search: the answer is the least b >= 1 at which every child k
+//     finds its cell b + c_k free (cells are never freed once written). A
+//     union-find gives "the next free cell at or after x", which skips the
+//     bases whose first child lands on an occupied run; a bitmap of free
+//     cells then tests 1024 consecutive bases at once by AND-ing each child's
+//     shifted free marks. Every base below the answer is ruled out by an
+//     occupied child cell, so this is the reference's first fit.
+//   * Shape floors: children sets with equal codes up to a shift (a "shape",
+//     common in byte mode) compete for the same free patterns. Each shape
+//     remembers how far up its search has found nothing, which stays true
+//     because cells only fill up; the next set of that shape starts there.
+//   * Lower bound: the reference raises m_nLowerBound to every cell it probes,
+//     rejected bases included. A rejected base b < b* probes only cells
+//     b + c_k < b* + max(c_k), and the accepted base b* probes that cell; so
+//     counting the accepted base's cells alone gives the same bound.
+//   * Storage: cells are allocated with geometric growth and trimmed to
+//     m_nLowerBound + 1 at the end, the same array a saved and reloaded
+//     dictionary has. (The reference keeps up to 100 unused cells beyond the
+//     bound; they are never read.)
+// Lookups and scans walk the cells through a TrieView whose `last` is the
+// highest index that is both valid (m_nLowerBound) and allocated, so an empty
+// or inconsistent dictionary simply fails every transition.
+#include "PDAT.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <queue>
+#include <type_traits>
+#include <unordered_map>
+
+namespace {
+
+constexpr int kIndexedFrom = 9;                 // children count from which a node is hashed
+constexpr int kMaxScanLen = (INT_MAX - 1) / 5;  // keeps 5 * len + 1 in an int
+
+// ---- Characters ----
+
+bool IsNarrowDelimiter(unsigned int b) {
+    return b == ' ' || b == '\t' || b == '\r' || b == '\n' || b == ',' || b == '/' || b == '_';
+}
+
+// Mode-2 two-byte delimiters: ＼ ｜ ， ． 。 、 － — and AA A4.
+bool IsWideDelimiter(unsigned int code) {
+    switch (code) {
+        case 0xA3DC:
+        case 0xA3FC:
+        case 0xA3AC:
+        case 0xA3AE:
+        case 0xA1A3:
+        case 0xA1A2:
+        case 0xA3AD:
+        case 0xA1AA:
+        case 0xAAA4:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Byte length of the delimiter at byte j, 0 if there is none.
+int DelimiterLen(const unsigned char* s, int j, int len) {
+    const unsigned int b = s[j];
+    if (b >= 0x80) return (j + 1 < len && IsWideDelimiter(b << 8 | s[j + 1])) ? 2 : 0;
+    return IsNarrowDelimiter(b) ? 1 : 0;
+}
+
+int DelimiterRun(const unsigned char* s, int i, int len) {
+    int j = i;
+    for (int d; j < len && (d = DelimiterLen(s, j, len)) > 0;) j += d;
+    return j - i;
+}
+
+// Mode-2 replacement of a two-byte character: brackets and quotes to their
+// ASCII forms, full-width digits and letters to ASCII digits and small
+// letters. -1 when the character is kept.
+int NormaliseWide(unsigned int code) {
+    switch (code) {
+        case 0xA3A8:
+        case 0xA1BE:
+            return '(';  // （ 【
+        case 0xA3A9:
+        case 0xA1BF:
+            return ')';  // ） 】
+        case 0xA1B0:
+        case 0xA1B1:
+        case 0xA1AE:
+        case 0xA3A7:
+            return '"';  // “ ” ‘ ＇
+        default:
+            break;
+    }
+    if ((code >> 8) != 0xA3) return -1;
+    const int lo = code & 0xFF;
+    if (lo >= 0xB0 && lo <= 0xB9) return lo - 128;
+    if (lo >= 0xC1 && lo <= 0xDA) return lo - 96;
+    if (lo >= 0xE1 && lo <= 0xFA) return lo - 128;
+    return -1;
+}
+
+int FoldAscii(unsigned int b) {
+    return static_cast<int>(b - 'A' < 26u ? b + 32 : b);
+}
+
+// Raw code and byte length of the character at byte i (0 <= i < len).
+template <int kMode>
+inline int CharCodeAt(const unsigned char* s, int i, int len, int* pLen) {
+    const unsigned int b = s[i];
+    if (kMode == 1) {
+        *pLen = 1;
+        return static_cast<int>(b);
+    }
+    if (b >= 0x80 && i + 1 < len) {
+        const unsigned int code = b << 8 | s[i + 1];
+        if (kMode == 2) {
+            const int n = NormaliseWide(code);
+            if (n >= 0) {
+                *pLen = 2;
+                return n;
+            }
+            if (IsWideDelimiter(code)) {
+                *pLen = DelimiterRun(s, i, len);
+                return 9;
+            }
+        }
+        *pLen = 2;
+        return static_cast<int>(code);
+    }
+    if (kMode == 2 && IsNarrowDelimiter(b)) {
+        *pLen = DelimiterRun(s, i, len);
+        return 9;
+    }
+    *pLen = 1;
+    return FoldAscii(b);
+}
+
+using CharCodeFn = int (*)(const unsigned char*, int, int, int*);
+
+CharCodeFn CharCodeFor(int nMode) {
+    if (nMode == 1) return &CharCodeAt<1>;
+    if (nMode == 2) return &CharCodeAt<2>;
+    return &CharCodeAt<0>;
+}
+
+// Calls fn with the mode as a compile-time constant (unknown modes read as 0).
+template <typename Fn>
+decltype(auto) DispatchMode(int nMode, Fn&& fn) {
+    if (nMode == 1) return fn(std::integral_constant<int, 1>());
+    if (nMode == 2) return fn(std::integral_constant<int, 2>());
+    return fn(std::integral_constant<int, 0>());
+}
+
+// Mode-2 length of word without its trailing delimiters (the last character is
+// one byte below 0x80, else the last two bytes).
+int TrimTrailingDelimiters(const unsigned char* s, int len) {
+    while (len >= 2) {
+        if (s[len - 1] < 0x80) {
+            if (!IsNarrowDelimiter(s[len - 1])) break;
+            len -= 1;
+        } else {
+            if (!IsWideDelimiter(static_cast<unsigned int>(s[len - 2]) << 8 | s[len - 1])) break;
+            len -= 2;
+        }
+    }
+    return len;
+}
+
+bool HasBom(const unsigned char* s, size_t len) {
+    return len >= 3 && s[0] == 0xEF && s[1] == 0xBB && s[2] == 0xBF;
+}
+
+bool IsWhite(int code) {
+    return code == 32 || code == 9 || code == 13 || code == 10;
+}
+
+int ClampLen(size_t n, int nMax) {
+    return n > static_cast<size_t>(nMax) ? nMax : static_cast<int>(n);
+}
+
+// ---- Walking the cells ----
+
+struct TrieView {
+    const state* cells;
+    long long last;  // highest usable cell; -1 when there is none
+    const int* charset;
+};
+
+long long Abs(int x) {
+    return x < 0 ? -static_cast<long long>(x) : x;
+}
+
+bool InRange(const TrieView& v, long long p) {
+    return p >= 0 && p <= v.last;
+}
+
+bool IsLetter(unsigned int c) {
+    return (c | 0x20) - 'a' < 26u;
+}
+
+bool IsDigit(unsigned int c) {
+    return c - '0' < 10u;
+}
+
+// Match [s, e) of a len-byte text keeps Latin words and numbers whole.
+// Bytes at or past len read as NUL.
+bool ValidCut(const unsigned char* t, int s, int e, int len) {
+    auto at = [&](long long k) -> unsigned int { return k >= 0 && k < len ? t[k] : 0; };
+    if (s > 0 && IsLetter(at(s)) && IsLetter(at(s - 1LL))) return false;
+    if (s > 0 && IsDigit(at(s)) && IsDigit(at(s - 1LL))) return false;
+    if (e - 1LL < 0) return true;
+    if (e - 1LL < len && IsLetter(at(e - 1LL)) && IsLetter(at(e))) return false;
+    if (e - 1LL >= len) return true;
+    return !(IsDigit(at(e - 1LL)) && IsDigit(at(e)));
+}
+
+template <int kMode>
+int FindWalk(const TrieView& v, const unsigned char* s, int len) {
+    long long cur = -1, base = 0;
+    int prev = -2, last = 0;
+    for (int i = 0; i < len;) {
+        int cl;
+        int code = CharCodeAt<kMode>(s, i, len, &cl);
+        i += cl;
+        if (IsWhite(code)) {
+            code = 32;
+            if (last == 32) continue;
+        }
+        last = code;
+        const int d = v.charset[code];
+        if (d < 0) return -1;
+        cur = base + d;
+        if (!InRange(v, cur)) return -1;
+        if (cur > 0 && v.cells[cur].check != prev) return -1;  // cell 0 is not checked
+        prev = static_cast<int>(cur);
+        base = Abs(v.cells[cur].base);
+    }
+    if (!InRange(v, cur) || v.cells[cur].base > 0) return -1;
+    return v.cells[cur].handle;
+}
+
+struct PrefixSink {
+    unsigned int** handles;
+    unsigned int** ends;
+    unsigned int* capacity;
+    unsigned int* count;
+
+    void Add(unsigned int handle, unsigned int end) {
+        if (!handles || !ends || !capacity || !count) return;
+        if (*count >= *capacity) {
+            const size_t n = static_cast<size_t>(*capacity) + 5;
+            void* h = realloc(*handles, n * sizeof(unsigned int));
+            if (h) *handles = static_cast<unsigned int*>(h);
+            void* e = h ? realloc(*ends, n * sizeof(unsigned int)) : nullptr;
+            if (!e) return;
+            *ends = static_cast<unsigned int*>(e);
+            *capacity += 5;
+        }
+        (*handles)[*count] = handle;
+        (*ends)[*count] = end;
+        *count += 1;
+    }
+};
+
+template <int kMode>
+int PrefixWalk(const TrieView& v, const unsigned char* s, int len, int minLen, PrefixSink& sink) {
+    long long base = 0;
+    int prev = -2, longest = 0;
+    for (int i = 0; i < len;) {
+        int cl;
+        const int d = v.charset[CharCodeAt<kMode>(s, i, len, &cl)];
+        i += cl;
+        if (d < 0) break;
+        const long long p = base + d;
+        if (!InRange(v, p) || v.cells[p].check != prev) break;
+        prev = static_cast<int>(p);
+        const state& c = v.cells[p];
+        if (c.base >= 0) {
+            base = c.base;
+            continue;
+        }
+        base = Abs(c.base);
+        longest = i;
+        if (longest > minLen) sink.Add(static_cast<unsigned int>(c.handle), longest);
+        if (base == p) break;  // a leaf
+    }
+    return longest;
+}
+
+template <int kMode>
+int LongestWalk(const TrieView& v, const unsigned char* s, int len, int* pHandle, bool* pSpace) {
+    long long base = 0;
+    int prev = -2, last = 0, best = 0;
+    bool bSpace = false;
+    for (int i = 0; i < len;) {
+        int cl;
+        int code = CharCodeAt<kMode>(s, i, len, &cl);
+        i += cl;
+        if (IsWhite(code)) {
+            code = 32;
+            bSpace = true;
+            if (last == 32) continue;
+        }
+        last = code;
+        const int d = v.charset[code];
+        if (d < 0) break;
+        const long long p = base + d;
+        if (!InRange(v, p) || (p > 0 && v.cells[p].check != prev)) break;
+        prev = static_cast<int>(p);
+        const state& c = v.cells[p];
+        base = Abs(c.base);
+        if (c.base < 0 || (c.base == 0 && c.handle >= 0)) {
+            *pHandle = c.handle;
+            best = i;
+            if (bSpace) *pSpace = true;
+            if (base == p) break;
+        }
+    }
+    return best;
+}
+
+// Output of a scan: bytes go to buf[0, cap - 1) and a NUL always fits.
+struct ScanOut {
+    char* buf;
+    long long cap;
+    long long out;
+
+    void Put(const unsigned char* from, int n, bool bSpace) {
+        if (!buf || out + n + (bSpace ? 1 : 0) >= cap) return;
+        memcpy(buf + out, from, static_cast<size_t>(n));
+        out += n;
+        if (bSpace) buf[out++] = ' ';
+    }
+};
+
+template <int kMode>
+void FullScanWalk(const TrieView& v, const unsigned char* s, int len, ScanOut& o) {
+    const long long limit = 5LL * len;
+    int i = 0, start = 0, firstLen = 0, matchLen = 0, handle = -1, prev = -2, flag = 1;
+    long long base = 0;
+    auto emit = [&]() {
+        if (o.out + matchLen < limit && ValidCut(s, start, start + matchLen, len))
+            o.Put(s + start, matchLen, true);
+    };
+    while (i < len) {
+        int cl;
+        const int d = v.charset[CharCodeAt<kMode>(s, i, len, &cl)];
+        i += cl;
+        if (d < 0) {  // unknown character: report a pending word, go on after it
+            if (handle >= 0 && matchLen > 0) emit();
+            matchLen = 0, base = 0, prev = -2, start = i, handle = -1;
+            continue;
+        }
+        if (firstLen == 0) firstLen = cl;
+        const long long p = base + d;
+        if (InRange(v, p) && v.cells[p].check == prev) {
+            const state& c = v.cells[p];
+            prev = static_cast<int>(p);
+            if (c.base >= 0) {
+                base = c.base;
+                if (matchLen == 0) matchLen = cl;
+                continue;
+            }
+            base = Abs(c.base), matchLen = i - start, handle = c.handle;
+            if (base != p && flag == 0) continue;  // inner word end: look for a longer one
+            emit();
+            if (base == p) {  // leaf: next attempt one character later
+                i = start + firstLen, start = i, flag = 1;
+            } else {  // first word end: walk the same start again for the longest
+                i = start, flag = 0;
+            }
+            firstLen = 0, base = 0, prev = -2, matchLen = 0, handle = -1;
+            continue;
+        }
+        if (handle >= 0 && matchLen >= 1) {
+            if (flag == 1) emit();
+            i = start + firstLen, firstLen = 0, flag = 1;
+        } else if (matchLen >= 1) {
+            i = start + firstLen, firstLen = 0, flag = 1;
+        } else if (cl == 1 && i < len && s[i] == ' ') {
+            i += 1;
+        }
+        base = 0, prev = -2, matchLen = 0, start = i, handle = -1;
+    }
+    if (handle >= 0 && matchLen >= 1 && o.out + matchLen < limit &&
+        ValidCut(s, start, start + matchLen, len))
+        o.Put(s + len - matchLen, matchLen, false);
+}
+
+// Returns true when bStop ended the scan at a word.
+template <int kMode>
+bool FirstHitWalk(const TrieView& v, const unsigned char* s, int len, ScanOut& o, bool bStop) {
+    int i = 0, start = 0, cand = 0, handle = -1, prev = -2;
+    long long base = 0;
+    auto reset = [&]() { start = i, cand = 0, handle = -1, base = 0, prev = -2; };
+    auto valid = [&]() { return ValidCut(s, start, start + cand, len); };
+    while (i < len) {
+        int cl;
+        const int d = v.charset[CharCodeAt<kMode>(s, i, len, &cl)];
+        i += cl;
+        if (d < 0) {
+            if (handle >= 0 && cand > 0 && valid()) o.Put(s + start, cand, true);
+            reset();
+            continue;
+        }
+        const long long p = base + d;
+        if (InRange(v, p) && v.cells[p].check == prev) {
+            const state& c = v.cells[p];
+            prev = static_cast<int>(p);
+            if (c.base >= 0) {
+                base = c.base;
+                if (cand == 0) cand = cl;
+                continue;
+            }
+            base = Abs(c.base), cand = i - start, handle = c.handle;
+            if (base == p && valid()) {
+                o.Put(s + start, cand, true);
+                reset();
+                if (bStop) return true;
+            }
+            continue;
+        }
+        if (handle >= 0 && cand > 0 && valid()) {
+            o.Put(s + start, cand, true);
+            i = start + cand;
+            if (bStop) return true;
+        } else if (cand < 1) {
+            if (cl == 1)
+                while (i < len && s[i] < 0x80) ++i;
+        } else {
+            i = start + cand;
+        }
+        reset();
+    }
+    if (handle >= 0 && cand >= 1 && valid()) o.Put(s + len - cand, cand, false);
+    return false;
+}
+
+// Two bitmap words as one value (GCC/Clang vector extension), so the block
+// test below compiles to the same vector code at every optimisation level.
+typedef uint64_t Word2 __attribute__((vector_size(16)));
+
+Word2 LoadWord2(const uint64_t* p) {
+    Word2 v;
+    memcpy(&v, p, sizeof v);
+    return v;
+}
+
+}  // namespace
+
+// ---- Construction-time indexes ----
+
+// Open-addressing hash (linear probing, load <= 1/2) from (node key, code) to
+// the child's slot in its parent's children array.
+struct CPDAT::ChildIndex {
+    static constexpr uint64_t kEmpty = ~0ULL;
+    std::vector<uint64_t> keys;
+    std::vector<int> slots;
+    size_t used = 0;
+    int shift = 64;
+    int nextKey = 1;
+
+    static uint64_t Key(int nodeKey, unsigned int code) {
+        return static_cast<uint64_t>(static_cast<uint32_t>(nodeKey)) << 16 | code;
+    }
+    size_t Home(uint64_t key) const {
+        return static_cast<size_t>((key * 0x9E3779B97F4A7C15ULL) >> shift);
+    }
+    int Get(uint64_t key) const {
+        if (keys.empty()) return -1;
+        const size_t mask = keys.size() - 1;
+        for (size_t h = Home(key);; h = (h + 1) & mask) {
+            if (keys[h] == key) return slots[h];
+            if (keys[h] == kEmpty) return -1;
+        }
+    }
+    void Put(uint64_t key, int slot) {
+        if ((used + 1) * 2 > keys.size()) Rehash();
+        const size_t mask = keys.size() - 1;
+        size_t h = Home(key);
+        while (keys[h] != kEmpty && keys[h] != key) h = (h + 1) & mask;
+        if (keys[h] == kEmpty) ++used;
+        keys[h] = key;
+        slots[h] = slot;
+    }
+    void Rehash() {
+        std::vector<uint64_t> oldKeys = std::move(keys);
+        std::vector<int> oldSlots = std::move(slots);
+        keys.assign(oldKeys.empty() ? 64 : oldKeys.size() * 2, kEmpty);
+        slots.assign(keys.size(), -1);
+        shift = 64 - __builtin_ctzll(keys.size());
+        used = 0;
+        for (size_t k = 0; k < oldKeys.size(); ++k)
+            if (oldKeys[k] != kEmpty) Put(oldKeys[k], oldSlots[k]);
+    }
+};
+
+// State of one layout: the cells' allocation, the free-cell union-find and the
+// work queue. Writes go straight to the dictionary's members.
+struct CPDAT::LayoutWork {
+    struct Entry {
+        int count;      // child_count of elem
+        unsigned rank;  // position in the reference work list
+        trie_elem* elem;
+    };
+    struct Later {
+        bool operator()(const Entry& a, const Entry& b) const {
+            return a.count != b.count ? a.count < b.count : a.rank > b.rank;
+        }
+    };
+
+    explicit LayoutWork(CPDAT& dict) : d(dict) {}
+
+    // Cells [0, need) exist, new ones free.
+    void Reserve(int need) {
+        if (need <= capacity) return;
+        const int n = std::max({need, capacity + capacity / 2, 1024});
+        void* p = realloc(d.m_pData, sizeof(state) * static_cast<size_t>(n));
+        if (!p) throw std::bad_alloc();  // caught by AddWordComplete
+        d.m_pData = static_cast<state*>(p);
+        memset(d.m_pData + capacity, 0xFF, sizeof(state) * static_cast<size_t>(n - capacity));
+        nextFree.resize(static_cast<size_t>(n) + 1);
+        for (int x = capacity + 1; x <= n; ++x) nextFree[x] = x;
+        if (capacity == 0) nextFree[0] = 0;
+        capacity = n;
+    }
+    // Cell p is about to be written: it exists and counts towards the bound.
+    void Claim(int p) {
+        d.m_nLowerBound = std::max(d.m_nLowerBound, p);
+        if (p >= capacity) Reserve(p + 1);
+        nextFree[p] = p + 1;
+        CoverBits(p + 1);
+        freeBits[p >> 6] &= ~(1ULL << (p & 63));
+    }
+    // freeBits describes cells [0, end) at least.
+    void CoverBits(int end) {
+        const size_t words = static_cast<size_t>(end) / 64 + 2;
+        if (freeBits.size() < words) freeBits.resize(std::max(words, freeBits.size() * 2), ~0ULL);
+    }
+    // fits[w] &= free marks of cells [x + 64 w, x + 64 w + 64) for w < kBlockWords;
+    // returns whether any bit is left.
+    bool AndFreeMarks(uint64_t* fits, int x) {
+        CoverBits(x + 64 * kBlockWords + 64);
+        const uint64_t* words = freeBits.data() + (x >> 6);
+        const int shift = x & 63;
+        Word2 any = {0, 0};
+        for (int w = 0; w < kBlockWords; w += 2) {
+            Word2 marks = LoadWord2(words + w);
+            if (shift != 0) marks = marks >> shift | LoadWord2(words + w + 1) << (64 - shift);
+            const Word2 left = LoadWord2(fits + w) & marks;
+            memcpy(fits + w, &left, sizeof left);
+            any |= left;
+        }
+        return (any[0] | any[1]) != 0;
+    }
+    // Lowest free cell >= x.
+    int FindFree(int x) {
+        if (x >= capacity) return x;
+        int r = x;
+        while (nextFree[r] != r) r = nextFree[r];
+        while (nextFree[x] != r) {
+            const int n = nextFree[x];
+            nextFree[x] = r;
+            x = n;
+        }
+        return r;
+    }
+    // Least base in [b, limit) at which every code finds a free cell, or
+    // limit. Each round tests the next 64 * kBlockWords bases at once, code by
+    // code, over the free-cell bitmap; in crowded stretches it first jumps to
+    // the next base at which codes[0] finds a free cell. The code that rules a
+    // round out moves to the front: it usually lands in a crowded stretch and
+    // rules out the next rounds too. (codes is reordered; the set, and so the
+    // answer, is not.)
+    int FirstFit(std::vector<int>& codes, int b, int limit) {
+        uint64_t fits[kBlockWords];
+        bool bCrowded = true;  // worth a union-find jump (a cache miss) first
+        for (; b < limit; b += 64 * kBlockWords) {
+            if (bCrowded) b = FindFree(b + codes[0]) - codes[0];
+            if (b >= limit) break;
+            std::fill(fits, fits + kBlockWords, ~0ULL);
+            size_t k = 0;
+            while (k < codes.size() && AndFreeMarks(fits, b + codes[k])) ++k;
+            if (k == codes.size()) {
+                int w = 0;
+                while (fits[w] == 0) ++w;
+                return std::min(b + 64 * w + __builtin_ctzll(fits[w]), limit);
+            }
+            std::swap(codes[0], codes[k]);
+            bCrowded = k < 2;
+        }
+        return limit;
+    }
+
+    // The reference base for children with dense codes `codes`: the least
+    // b >= 1 at which all their cells are free, but not b == ownCell when the
+    // parent is a word end. Children sets of one shape (the same codes up to
+    // a shift) compete for the same free patterns, so each shape keeps a
+    // floor: no x in [m_charsetSize, floor) has the shape's cells x + (c - cmin)
+    // all free. Cells are never freed, so a floor stays true; bases whose
+    // x = b + cmin lies below m_charsetSize are always searched.
+    int ChooseBase(int ownCell, bool bWordEnd) {
+        if (codes.size() == 1) {
+            int b = FindFree(1 + codes[0]) - codes[0];
+            if (bWordEnd && b == ownCell) b = FindFree(b + 1 + codes[0]) - codes[0];
+            return b;
+        }
+        const int cmin = *std::min_element(codes.begin(), codes.end());
+        const int split = d.m_charsetSize - cmin;
+        shape.clear();
+        for (int c : codes) shape.push_back(c - cmin);
+        std::sort(shape.begin(), shape.end());
+        int& floor = shapeFloor
+                         .try_emplace(std::string(reinterpret_cast<const char*>(shape.data()),
+                                                  shape.size() * sizeof(int)),
+                                      d.m_charsetSize)
+                         .first->second;
+        auto search = [&](int from) {
+            if (from < split) {
+                const int b = FirstFit(codes, from, split);
+                if (b < split) return b;
+            }
+            return FirstFit(codes, std::max(from, floor - cmin), kNoLimit);
+        };
+        int b = search(1);
+        if (bWordEnd && b == ownCell) {
+            const int skipped = b;
+            b = search(b + 1);
+            if (skipped >= split)
+                floor = skipped + cmin;  // left free for the next child set of this shape
+            else if (b >= split)
+                floor = b + cmin + 1;
+        } else if (b >= split) {
+            floor = b + cmin + 1;
+        }
+        return b;
+    }
+    void Push(trie_elem* e, unsigned rank) {
+        if (e->child_count > 0) queue.push(Entry{e->child_count, rank, e});
+    }
+
+    CPDAT& d;
+    int capacity = 0;
+    std::vector<int> nextFree;       // union-find; size capacity + 1, last is a sentinel
+    std::vector<uint64_t> freeBits;  // bit per cell, 1 = free; cells past the end are free
+    static constexpr int kBlockWords = 16;
+    static constexpr int kNoLimit = INT_MAX / 2;
+    std::priority_queue<Entry, std::vector<Entry>, Later> queue;
+    unsigned nextRank = 0;
+    unsigned selectedRank = 0;
+    std::vector<int> codes;  // dense codes of the children being placed, any order
+    std::vector<int> shape;  // the same, less their minimum, sorted
+    std::unordered_map<std::string, int> shapeFloor;
+};
+
+// ---- Lifecycle ----
+
+CPDAT::CPDAT(int nMode)
+    : m_word_trie(nullptr),
+      m_pData(nullptr),
+      m_nLength(0),
+      m_nLowerBound(0),
+      m_nItemCount(0),
+      m_sResult(nullptr),
+      m_nResultLen(0),
+      m_charsetSize(0),
+      m_LowerChar(65536),
+      m_UpperChar(0),
+      m_nMode(nMode),
+      m_bWordAddCompleted(false) {
+    std::fill(m_charset, m_charset + 65536, -1);
+    std::fill(m_charsetfreq, m_charsetfreq + 65536, 0);
+    AddWordInit();
+}
+
+CPDAT::~CPDAT() {
+    FreeTree();
+    free(m_pData);
+    delete[] m_sResult;
+}
+
+int CPDAT::GetLowerBound() const {
+    return m_nLowerBound;
+}
+
+bool CPDAT::Load(const char*) {
+    return false;
+}
+
+bool CPDAT::Save(const char*) {
+    return false;
+}
+
+int CPDAT::Import(const char*, CPDAT*) {
+    return 0;
+}
+
+int CPDAT::AddTrie(const char*) {
+    return 1;
+}
+
+void CPDAT::GetPos(char*, int) {}
+
+int CPDAT::SetEmpty() {
+    m_nLowerBound = 0;
+    m_nItemCount = 0;
+    return 1;
+}
+
+// ---- Insertion ----
+
+int CPDAT::AddWordInit() {
+    FreeTree();
+    m_word_trie = static_cast<trie_elem*>(calloc(1, sizeof(trie_elem)));
+    if (m_word_trie) m_word_trie->handle = -1;
+    m_pChildIndex = std::make_unique<ChildIndex>();
+    std::fill(m_freq, m_freq + 65536, 0);
+    m_nItemCount = 0;
+    m_bWordAddCompleted = false;
+    return 1;
+}
+
+int CPDAT::AddWord(const char* word, bool bFreq) {
+    return BuildTRIE(word, static_cast<int>(m_nItemCount), bFreq, false);
+}
+
+int CPDAT::AddWord(const char* word, int handle, bool bFreq) {
+    return BuildTRIE(word, handle, bFreq, false);
+}
+
+int CPDAT::AddFilterWord(const char* word) {
+    const int handle = AddWord(word, true);
+    if (handle >= 0 && static_cast<size_t>(handle) < m_vecTermFreq.size())
+        m_vecTermFreq[handle].freq = -1;
+    return handle;
+}
+
+int CPDAT::FindWord(const char* word) {
+    return BuildTRIE(word, -1, false, true);
+}
+
+int CPDAT::BuildTRIE(const char* word, int handle, bool bFreq, bool bFindOnly) {
+    if (!word || !m_word_trie) return -1;
+    if (HasBom(reinterpret_cast<const unsigned char*>(word), strnlen(word, 3))) word += 3;
+    const unsigned char* s = reinterpret_cast<const unsigned char*>(word);
+    int len = ClampLen(strlen(word), INT_MAX);
+    if (m_nMode == 2) len = TrimTrailingDelimiters(s, len);
+    try {
+        return InsertWalk(word, len, handle, bFreq, bFindOnly);
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
+}
+
+int CPDAT::InsertWalk(const char* word, int len, int handle, bool bFreq, bool bFindOnly) {
+    const unsigned char* s = reinterpret_cast<const unsigned char*>(word);
+    const CharCodeFn codeAt = CharCodeFor(m_nMode);
+    trie_elem* node = m_word_trie;
+    int result = -1;
+    for (int i = 0; i < len;) {
+        int cl;
+        const int code = codeAt(s, i, len, &cl);
+        const bool bLast = i + cl >= len;
+        i += cl;
+        if (code == 9) continue;
+        m_freq[code] += 1;
+        m_LowerChar = std::min(m_LowerChar, code);
+        m_UpperChar = std::max(m_UpperChar, code);
+
+        const int slot = FindChild(node, static_cast<unsigned int>(code));
+        trie_elem* child;
+        if (slot >= 0) {
+            child = &node->children[slot];
+            if (bLast && child->handle >= 0) {
+                result = child->handle;
+                if (bFindOnly) return result;
+                if (bFreq && static_cast<size_t>(result) < m_vecTermFreq.size() &&
+                    m_vecTermFreq[result].freq >= 0)
+                    m_vecTermFreq[result].freq += 1;
+            } else if (bLast) {
+                if (bFindOnly) return -1;
+                MarkWordEnd(child, handle, bFreq, word);
+                result = handle;
+            } else if (bFreq && child->handle >= 0 && IsFilterHandle(child->handle)) {
+                return result;  // nothing may be added below a filter word
+            }
+        } else {
+            if (bFindOnly) return -1;
+            child = AppendChild(node, static_cast<unsigned int>(code));
+            if (bLast) {
+                MarkWordEnd(child, handle, bFreq, word);
+                result = handle;
+            }
+        }
+        node = child;
+    }
+    return result;
+}
+
+int CPDAT::FindChild(const trie_elem* pNode, unsigned int code) const {
+    if (pNode->child_count >= kIndexedFrom)
+        return m_pChildIndex->Get(ChildIndex::Key(pNode->position, code));
+    for (int k = 0; k < pNode->child_count; ++k)
+        if (pNode->children[k].node == code) return k;
+    return -1;
+}
+
+trie_elem* CPDAT::AppendChild(trie_elem* pNode, unsigned int code) {
+    const int n = pNode->child_count;
+    if ((n & (n - 1)) == 0) {  // 0 or a power of two: the array is full
+        const size_t cap = n == 0 ? 1 : 2 * static_cast<size_t>(n);
+        void* p = realloc(pNode->children, cap * sizeof(trie_elem));
+        if (!p) throw std::bad_alloc();
+        pNode->children = static_cast<trie_elem*>(p);
+    }
+    pNode->children[n] = trie_elem{code, 0, nullptr, 0, -1, -1};
+    pNode->child_count = n + 1;
+    if (n + 1 == kIndexedFrom) {
+        pNode->position = m_pChildIndex->nextKey++;
+        for (int k = 0; k <= n; ++k)
+            m_pChildIndex->Put(ChildIndex::Key(pNode->position, pNode->children[k].node), k);
+    } else if (n + 1 > kIndexedFrom) {
+        m_pChildIndex->Put(ChildIndex::Key(pNode->position, code), n);
+    }
+    return &pNode->children[n];
+}
+
+void CPDAT::MarkWordEnd(trie_elem* pNode, int handle, bool bFreq, const char* word) {
+    pNode->handle = handle;
+    if (bFreq) m_vecTermFreq.emplace_back(std::string(word));
+    m_nItemCount += 1;
+}
+
+bool CPDAT::IsFilterHandle(int handle) const {
+    return handle >= 0 && static_cast<size_t>(handle) < m_vecTermFreq.size() &&
+           m_vecTermFreq[handle].freq < 0;
+}
+
+void CPDAT::FreeTree() {
+    if (!m_word_trie) return;
+    std::vector<std::pair<trie_elem*, int>> arrays;
+    if (m_word_trie->children) arrays.emplace_back(m_word_trie->children, m_word_trie->child_count);
+    while (!arrays.empty()) {
+        const auto [pArray, n] = arrays.back();
+        arrays.pop_back();
+        for (int k = 0; k < n; ++k)
+            if (pArray[k].children) arrays.emplace_back(pArray[k].children, pArray[k].child_count);
+        free(pArray);
+    }
+    free(m_word_trie);
+    m_word_trie = nullptr;
+    m_pChildIndex.reset();
+}
+
+// ---- Layout ----
+
+int CPDAT::AddWordComplete() {
+    if (m_bWordAddCompleted) return 1;
+    free(m_pData);
+    m_pData = nullptr;
+    m_nLength = 0;
+    m_nLowerBound = 0;
+    m_pChildIndex.reset();  // layout reuses trie_elem::position
+    bool bLaidOut = true;
+    try {
+        LayoutWork work(*this);
+        work.Reserve(static_cast<int>(m_nItemCount * 1.5));
+        if (m_word_trie) {
+            Init(work);
+            while (trie_elem* pElem = OptimumSelect(work)) SetState(work, pElem);
+            if (m_word_trie->child_count > 0) m_nLength = m_nLowerBound + 1;
+        }
+    } catch (const std::bad_alloc&) {  // out of memory: leave an empty dictionary
+        bLaidOut = false;
+        m_nLength = 0;
+        m_nLowerBound = 0;
+    }
+    if (m_nLength <= 0) {
+        free(m_pData);
+        m_pData = nullptr;
+    } else {
+        void* p = realloc(m_pData, sizeof(state) * static_cast<size_t>(m_nLength));
+        if (p) m_pData = static_cast<state*>(p);
+    }
+    FreeTree();
+    m_bWordAddCompleted = true;
+    return bLaidOut ? 1 : 0;
+}
+
+void CPDAT::GetCharMap() {
+    std::fill(m_charset, m_charset + 65536, -1);
+    std::fill(m_charsetfreq, m_charsetfreq + 65536, 0);
+    std::vector<int> codes;
+    for (int c = std::max(m_LowerChar, 0); c <= std::min(m_UpperChar, 65535); ++c)
+        if (m_freq[c] > 0) codes.push_back(c);
+    std::sort(codes.begin(), codes.end(), [this](int a, int b) {
+        return m_freq[a] != m_freq[b] ? m_freq[a] > m_freq[b] : a < b;
+    });
+    for (size_t k = 0; k < codes.size(); ++k) {
+        m_charset[codes[k]] = static_cast<int>(k);
+        m_charsetfreq[codes[k]] = m_freq[codes[k]];
+        m_freq[codes[k]] = -1;
+    }
+    m_charsetSize = static_cast<int>(codes.size());
+}
+
+void CPDAT::Init(LayoutWork& work) {
+    GetCharMap();
+    trie_elem* pRoot = m_word_trie;
+    for (int k = 0; k < pRoot->child_count; ++k) {
+        trie_elem& c = pRoot->children[k];
+        const int pos = m_charset[c.node];
+        if (pos < 0) continue;  // every stored character is counted, so never taken
+        c.position = pos;
+        work.Claim(pos);
+        m_pData[pos].check = -2;
+        if (c.child_count == 0) {
+            m_pData[pos].base = -pos;
+            m_pData[pos].handle = c.handle;
+        }
+        work.Push(&c, work.nextRank++);
+    }
+}
+
+trie_elem* CPDAT::OptimumSelect(LayoutWork& work) {
+    if (work.queue.empty()) return nullptr;
+    const LayoutWork::Entry top = work.queue.top();
+    work.queue.pop();
+    work.selectedRank = top.rank;
+    return top.elem;
+}
+
+void CPDAT::SetState(LayoutWork& work, trie_elem* pElem) {
+    m_nLowerBound = std::max(m_nLowerBound, pElem->position);
+    trie_elem* kids = pElem->children;
+    const int n = pElem->child_count;
+    const bool bWordEnd = pElem->handle >= 0;
+    work.codes.clear();
+    for (int k = 0; k < n; ++k) work.codes.push_back(m_charset[kids[k].node]);
+    const int b = work.ChooseBase(pElem->position, bWordEnd);
+
+    state& own = m_pData[pElem->position];
+    own.base = bWordEnd ? -b : b;
+    if (bWordEnd) own.handle = pElem->handle;
+    for (int k = 0; k < n; ++k) {
+        trie_elem& ch = kids[k];
+        ch.position = b + m_charset[ch.node];
+        ch.check = pElem->position;
+        work.Claim(ch.position);
+        m_pData[ch.position].check = pElem->position;
+        if (ch.child_count == 0) {
+            m_pData[ch.position].base = -ch.position;
+            m_pData[ch.position].handle = ch.handle;
+        }
+        work.Push(&ch, k == 0 ? work.selectedRank : work.nextRank++);
+    }
+}
+
+// ---- Characters ----
+
+int CPDAT::GetCharCode(const char* text, int i, int len, int* pCharLen) const {
+    int n = 0, code = 0;
+    if (text && i >= 0 && i < len)
+        code = CharCodeFor(m_nMode)(reinterpret_cast<const unsigned char*>(text), i, len, &n);
+    if (pCharLen) *pCharLen = n;
+    return code;
+}
+
+int CPDAT::LastCell() const {
+    if (!m_pData || m_nLength <= 0) return -1;
+    return std::min(m_nLowerBound, m_nLength - 1);
+}
+
+// ---- Lookup ----
+
+int CPDAT::Find(const char* word) const {
+    if (!word) return -1;
+    return Find(word, static_cast<unsigned int>(ClampLen(strlen(word), INT_MAX)));
+}
+
+int CPDAT::Find(const char* word, unsigned int len) const {
+    if (!word) return -1;
+    const unsigned char* s = reinterpret_cast<const unsigned char*>(word);
+    int n = static_cast<int>(std::min<unsigned int>(len, INT_MAX));
+    if (n > 2 && HasBom(s, static_cast<size_t>(n))) s += 3, n -= 3;
+    if (n > 1 && s[0] == '"' && s[n - 1] == '"') s += 1, n -= 2;
+    const TrieView v{m_pData, LastCell(), m_charset};
+    return DispatchMode(m_nMode,
+                        [&](auto mode) { return FindWalk<decltype(mode)::value>(v, s, n); });
+}
+
+int CPDAT::Find(int code) const {
+    if (code < 0 || code > 65535) return -1;
+    const int p = m_charset[code];
+    if (p < 0 || p >= m_nLowerBound || p > LastCell()) return -1;
+    const state& c = m_pData[p];
+    return (c.check == -2 && c.base < 0) ? c.handle : -1;
+}
+
+int CPDAT::GetWords(const char* text, unsigned int** handles, unsigned int** ends,
+                    unsigned int* capacity, unsigned int* count, int minLen) const {
+    if (count) *count = 0;
+    if (!text) return 0;
+    const unsigned char* s = reinterpret_cast<const unsigned char*>(text);
+    const int len = ClampLen(strlen(text), INT_MAX);
+    const TrieView v{m_pData, LastCell(), m_charset};
+    PrefixSink sink{handles, ends, capacity, count};
+    return DispatchMode(m_nMode, [&](auto mode) {
+        return PrefixWalk<decltype(mode)::value>(v, s, len, minLen, sink);
+    });
+}
+
+int CPDAT::GetMaxWord(const char* text, int* handle, bool* bHasSpace) const {
+    int nHandle = -1;
+    bool bSpace = false;
+    int best = 0;
+    if (text) {
+        const unsigned char* s = reinterpret_cast<const unsigned char*>(text);
+        const int len = ClampLen(strlen(text), INT_MAX);
+        const TrieView v{m_pData, LastCell(), m_charset};
+        best = DispatchMode(m_nMode, [&](auto mode) {
+            return LongestWalk<decltype(mode)::value>(v, s, len, &nHandle, &bSpace);
+        });
+    }
+    if (handle) *handle = nHandle;
+    if (bHasSpace) *bHasSpace = bSpace;
+    return best;
+}
+
+// ---- Scans ----
+
+char* CPDAT::MMFullScan(const char* text) {
+    static char s_sNoText[1] = {0};
+    const int len = text ? ClampLen(strlen(text), kMaxScanLen) : 0;
+    delete[] m_sResult;
+    m_nResultLen = 5 * len + 1;
+    m_sResult = new (std::nothrow) char[static_cast<size_t>(m_nResultLen)];
+    if (!m_sResult) {
+        m_nResultLen = 0;
+        return s_sNoText;
+    }
+    ScanOut o{m_sResult, m_nResultLen, 0};
+    if (len > 0) {
+        const unsigned char* s = reinterpret_cast<const unsigned char*>(text);
+        const TrieView v{m_pData, LastCell(), m_charset};
+        DispatchMode(m_nMode,
+                     [&](auto mode) { FullScanWalk<decltype(mode)::value>(v, s, len, o); });
+    }
+    m_sResult[o.out] = '\0';
+    return m_sResult;
+}
+
+char* CPDAT::MMScan(const char* text, char** result, int* resultCap, bool* bFound) {
+    if (bFound) *bFound = false;
+    const int len = text ? ClampLen(strlen(text), kMaxScanLen) : 0;
+    ScanOut o{nullptr, 0, 0};
+    if (result && resultCap) {
+        if (!*result || 2LL * len >= *resultCap) {
+            char* p = new (std::nothrow) char[3 * static_cast<size_t>(len) + 1];
+            if (p) {
+                delete[] * result;
+                *result = p;
+                *resultCap = 3 * len + 1;
+            }
+        }
+        if (*result && *resultCap > 0) o = ScanOut{*result, *resultCap, 0};
+    }
+    if (len > 0) {
+        const unsigned char* s = reinterpret_cast<const unsigned char*>(text);
+        const TrieView v{m_pData, LastCell(), m_charset};
+        const bool bHit = DispatchMode(m_nMode, [&](auto mode) {
+            return FirstHitWalk<decltype(mode)::value>(v, s, len, o, bFound != nullptr);
+        });
+        if (bHit) *bFound = true;
+    }
+    if (!o.buf) return nullptr;
+    o.buf[o.out] = '\0';
+    return o.buf;
+}
+
+char* CPDAT::MMScan(const char* text, bool* bFound) {
+    MMScan(text, &m_sResult, &m_nResultLen, bFound);
+    return m_sResult;
+}
+
+bool CPDAT::IsValidString(const char* text, int start, int end, int len) const {
+    return text && ValidCut(reinterpret_cast<const unsigned char*>(text), start, end, len);
+}
+
+// ---- Term counters ----
+
+int CPDAT::WordFreq(const std::vector<std::string>& words) {
+    ResetFreq();
+    for (const std::string& w : words) AddWord(w.c_str(), true);
+    return static_cast<int>(m_vecTermFreq.size());
+}
+
+void CPDAT::ResetFreq() {
+    for (_stTermFreq& t : m_vecTermFreq) t.freq = 0;
+}
+
+const std::vector<_stTermFreq>& CPDAT::GetTopWordVector() {
+    std::sort(m_vecTermFreq.begin(), m_vecTermFreq.end());
+    return m_vecTermFreq;
+}
+
+const char* CPDAT::GetTopWords(int n) {
+    GetTopWordVector();
+    const size_t size = m_vecTermFreq.size();
+    const size_t limit = n == -1 ? size : (n < 0 ? 0 : static_cast<size_t>(n));
+    m_sTopWords.clear();
+    for (size_t i = 0; i < limit && i < size; ++i) {
+        const std::string& w = m_vecTermFreq[i].word;
+        bool bHidden = false;
+        for (size_t j = 0; j < i && !bHidden && w.size() > 4; ++j) {
+            const std::string& earlier = m_vecTermFreq[j].word;
+            bHidden = earlier.size() > 3 && w.find(earlier) != std::string::npos;
+        }
+        if (bHidden) continue;
+        m_sTopWords += w + "/" + std::to_string(m_vecTermFreq[i].freq) + "#";
+    }
+    return m_sTopWords.c_str();
+}
