@@ -19,10 +19,10 @@ run_suite() {
 
 mode="${1:-all}"
 if [[ "$mode" != "--sanitize-only" ]]; then
-  run_suite build -DCMAKE_BUILD_TYPE=Release
+  run_suite build -DCMAKE_BUILD_TYPE=Release -DQX_BUILD_TESTS=ON
 fi
 if [[ "$mode" != "--release-only" ]]; then
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
   export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-  run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DQX_SANITIZE=ON
+  run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DQX_SANITIZE=ON -DQX_BUILD_TESTS=ON
 fi

@@ -1,6 +1,15 @@
 # Checks that the shared library exports the given symbols with plain names.
 # Run as: cmake -DLIB=<path to libqxclassifier.so> -P check_exports.cmake
-set(REQUIRED_SYMBOLS g_bLog)
+set(REQUIRED_SYMBOLS
+  g_bLog
+  classifier_init
+  classifier_exit
+  classifier_setsimthresh
+  classifier_GetLastErrorMsg
+  classifier_exec1
+  classifier_exec
+  classifier_execFile
+  classifier_detail)
 
 execute_process(COMMAND nm -D --defined-only ${LIB}
   OUTPUT_VARIABLE NM_OUT RESULT_VARIABLE NM_RC)

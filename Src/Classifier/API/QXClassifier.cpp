@@ -1,8 +1,216 @@
 // QXClassifier.cpp - the library's process-wide state and its exported calls.
 //
 // One engine per process: the globals below are shared by every exported call,
-// which the caller serialises. classifier_init creates the buffer manager that
-// owns every returned text; classifier_exit destroys it.
-#include "BufferManager.h"
+// which the caller serialises. classifier_init records the data directory,
+// loads the rule list into gcTParser (appending to what is loaded) and creates
+// the buffer manager that owns every returned text; classifier_exit empties
+// the engine and destroys the manager. A classification copies the caller's
+// document into GBK (the encoding round trip, skipped while no translator is
+// set), runs the engine and registers a copy of its result text.
+//
+// The buffer manager doubles as the "initialised" mark: it exists exactly
+// from the first successful classifier_init to classifier_exit, so the
+// classification calls refuse to run without it instead of touching an engine
+// that has no dictionary.
+//
+// Every exported body runs inside Guarded(), which turns any exception
+// (std::bad_alloc included) into the call's failure value: false, null or
+// nothing.
+#include "QXClassifier.h"
 
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "BufferManager.h"
+#include "Global.h"
+#include "QXClassifierState.h"
+#include "global_linux.h"
+
+CTextParser gcTParser;
+CCodeTran* g_pCodeTranslator = nullptr;
 CBufferManager* g_pBufManager = nullptr;
+
+namespace {
+
+const char kNotInitialised[] = "Classifier not initialised";
+
+// The copy handed out by classifier_GetLastErrorMsg while no buffer manager
+// exists; replaced by the next such call, freed at unload.
+std::unique_ptr<char[]> g_pUnmanagedError;
+
+// Records an exception that reached an exported call; must not throw itself.
+void NoteException(const char* sCall, const char* sWhat) noexcept {
+    try {
+        ReportError(std::string(sCall) + ": " + sWhat);
+    } catch (...) {
+    }
+}
+
+// Runs the body of an exported call; any exception becomes the value-
+// initialised result of fn's type (false, null, or nothing for void).
+template <typename Fn>
+auto Guarded(const char* sCall, Fn fn) noexcept -> decltype(fn()) {
+    try {
+        return fn();
+    } catch (const std::exception& e) {
+        NoteException(sCall, e.what());
+    } catch (...) {
+        NoteException(sCall, "unknown exception");
+    }
+    return decltype(fn())();
+}
+
+std::string OrEmpty(const char* sText) {
+    return sText != nullptr ? std::string(sText) : std::string();
+}
+
+// ---- Encoding round trip ----------------------------------------------------
+// The translator is not part of this build: g_pCodeTranslator stays null, so
+// these steps pass text through unchanged. With a translator they become:
+//   MakeTranslator: g_pCodeTranslator = new CCodeTran(g_sDefaultDir + "/" +
+//     "Data", encode); status != 1 -> delete it, null, false.
+//   ToGBK:   CodeToGBK(sText.c_str(), sOut), the result replacing sText.
+//   FromGBK: GBKToCode(sText.c_str(), sOut), the result returned.
+//   DestroyTranslator: delete g_pCodeTranslator.
+
+// Creates the translator for encode 1..5. Until translation is available no
+// translator can be made ready, so those codes make classifier_init fail.
+bool MakeTranslator(int /*encode*/) {
+    return false;
+}
+
+// The caller's text into GBK in place; identity without a translator.
+void ToGBK(std::string& /*sText*/) {
+    if (g_pCodeTranslator == nullptr) return;
+    // ROUND TRIP IN: sText = CodeToGBK(sText).
+}
+
+// The engine's GBK text into the caller's encoding; identity without one.
+std::string FromGBK(const std::string& sText) {
+    if (g_pCodeTranslator == nullptr) return sText;
+    // ROUND TRIP OUT: return GBKToCode(sText).
+    return sText;
+}
+
+// The five fields, in the order the translator is applied to them.
+void DocToGBK(stDoc& d) {
+    if (g_pCodeTranslator == nullptr) return;
+    ToGBK(d.sAuthor);
+    ToGBK(d.sBoard);
+    ToGBK(d.sContent);
+    ToGBK(d.sDatatype);
+    ToGBK(d.sTitle);
+}
+
+void DestroyTranslator() {
+    // ROUND TRIP: delete g_pCodeTranslator once CCodeTran is complete here.
+    g_pCodeTranslator = nullptr;
+}
+
+// ---- Calls ------------------------------------------------------------------
+
+bool Init(const char* conf, const char* sInitDirPath, int encode) {
+    g_pCodeTranslator = nullptr;  // an earlier translator is dropped, not destroyed
+    g_nEncodeType = encode;
+    GetDefaultPath(sInitDirPath);
+    if (encode >= 1 && encode <= 5 && !MakeTranslator(encode)) return false;
+
+    std::string sConf;
+    GetAnsiFilename(conf, sConf);
+    if (!gcTParser.fn_bInit(g_sDefaultDir.c_str(), sConf.c_str())) {
+        ReportError("Cannot open  file " + sConf);
+        return false;
+    }
+    if (g_pBufManager == nullptr) g_pBufManager = new CBufferManager();
+    return true;
+}
+
+const char* Exec1(stDoc& d, int iType) {
+    if (g_pBufManager == nullptr) {
+        ReportError(kNotInitialised);
+        return nullptr;
+    }
+    DocToGBK(d);
+    gcTParser.fn_bClassify(d, iType);
+    return g_pBufManager->AddBuffer(FromGBK(gcTParser.m_sClassifyResult).c_str());
+}
+
+const char* ExecFile(const char* sFilenameO, int iType) {
+    std::string sPath;
+    GetAnsiFilename(sFilenameO, sPath);
+    std::string sText;
+    if (ReadFile(sPath.c_str(), sText, 0, 0, true) == 0) {
+        ReportError("Failed read file " + sPath);
+        return nullptr;
+    }
+    stDoc d;
+    d.sTitle = OrEmpty(sFilenameO);
+    d.sContent = sText;
+    return Exec1(d, iType);
+}
+
+const char* Detail(const char* classnameO) {
+    if (g_pBufManager == nullptr) {
+        ReportError(kNotInitialised);
+        return nullptr;
+    }
+    std::string sClass = OrEmpty(classnameO);
+    ToGBK(sClass);
+    gcTParser.fn_vGetDetail(sClass);
+    return g_pBufManager->AddBuffer(FromGBK(gcTParser.m_sDetail).c_str());
+}
+
+}  // namespace
+
+bool classifier_init(const char* conf, const char* sInitDirPath, int encode,
+                     const char* /*sReserved*/) {
+    return Guarded("classifier_init", [&] { return Init(conf, sInitDirPath, encode); });
+}
+
+void classifier_exit() {
+    Guarded("classifier_exit", [] {
+        DestroyTranslator();
+        gcTParser.fn_vClear();
+        delete g_pBufManager;
+        g_pBufManager = nullptr;
+    });
+}
+
+void classifier_setsimthresh(float fSim) {
+    Guarded("classifier_setsimthresh", [fSim] {
+        if (!(fSim <= 0)) {  // written so that NaN passes and is stored
+            for (auto& stRule : gcTParser.m_vstRules) stRule.fPerfectVSMSim = fSim;
+        }
+    });
+}
+
+const char* classifier_GetLastErrorMsg() {
+    return Guarded("classifier_GetLastErrorMsg", []() -> const char* {
+        const bool bManaged = g_pBufManager != nullptr;
+        char* pText = GetLastErrorMsg();
+        if (!bManaged) g_pUnmanagedError.reset(pText);
+        return pText;
+    });
+}
+
+const char* classifier_exec1(stDoc& d, int iType) {
+    return Guarded("classifier_exec1", [&] { return Exec1(d, iType); });
+}
+
+const char* classifier_exec(const char* sTitle, const char* sContent, int iType) {
+    return Guarded("classifier_exec", [&] {
+        stDoc d;
+        d.sTitle = OrEmpty(sTitle);
+        d.sContent = OrEmpty(sContent);
+        return Exec1(d, iType);
+    });
+}
+
+const char* classifier_execFile(const char* sFilenameO, int iType) {
+    return Guarded("classifier_execFile", [&] { return ExecFile(sFilenameO, iType); });
+}
+
+const char* classifier_detail(const char* classnameO) {
+    return Guarded("classifier_detail", [&] { return Detail(classnameO); });
+}

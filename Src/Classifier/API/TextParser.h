@@ -1,0 +1,295 @@
+// TextParser.h - the rule engine: rule list loader, document scan, rule
+// evaluation and result texts.
+//
+// A CTextParser holds one rule list. fn_bInit reads it (the tagged format of
+// CXMLParamReader), validates it with GBK messages, fills the rule tables and
+// compiles every keyword plus the separator word "分割符号" into the
+// dictionary m_pDat. fn_bClassify then takes one GBK document at a time:
+// it scans title + separator + content for keywords, counts them per sub-rule
+// and field, decides every sub-rule and rule, scores the fired rules against
+// m_fCertainty and writes the chosen classes into m_sClassifyResult;
+// fn_vGetDetail explains one class of that document.
+//
+// Data members are public, as the library's API and tests read them; after
+// every call they hold exactly what the method contracts below say. The
+// per-document tables are kept incrementally: fn_bClassify restores only what
+// the previous document changed, so it relies on these tables being written
+// by the engine's own methods only (fPerfectVSMSim of the rules, which
+// classifier_setsimthresh rewrites, is read afresh for every document). Code
+// that writes m_vstSubRuleResult or m_vstRuleResult by hand calls
+// fn_bResetResult before the next fn_bClassify.
+//
+// Ownership: the engine owns m_pDat (created by fn_bInit, destroyed by
+// fn_vClear, by a later fn_bInit and by the destructor). Not copyable.
+//
+// Thread-safety: none. One engine classifies one document at a time; callers
+// serialise every call, including reads of the members.
+#pragma once
+
+#include <cstddef>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "QXDoc.h"
+
+class CPDAT;
+class CXMLParamReader;
+
+// The string type of the rule records.
+typedef std::string tstring;
+
+// The three sub-rule relations, in this order.
+inline constexpr const char* OperatorStr[3] = {"AND", "OR", "NOT"};
+// The six document fields a sub-rule may watch, in this order.
+inline constexpr const char* FieldStr[6] = {"TITLE",  "CONTENT", "TEXT",
+                                            "AUTHOR", "BOARD",   "DATATYPE"};
+
+// One condition over one document field.
+struct _stSubRule {
+    tstring sField;                  // one of FieldStr
+    tstring sRelation;               // one of OperatorStr
+    int iMinCount = 0;               // minimum occurrences; never 0 after a load
+    std::vector<tstring> vsKeyword;  // file order, duplicates kept, none empty
+};
+
+// One rule for one class: a relation over its sub-rules and a weight.
+struct _stRule {
+    tstring sClass;                 // class name, non-empty
+    tstring sRelation;              // "AND", "OR", "NOT", "YES" or "NEAR<distance>"
+    std::vector<int> viSubRule;     // indexes into m_vstSubRules, ascending
+    float fEffecValue = 0.0f;       // the rule's weight
+    float fPerfectVSMSim = 0.0f;    // similarity of a complete hit (33333 when not given)
+    float fImPerfectVSMSim = 0.0f;  // veto threshold for the "_neg" similarity
+};
+
+// Outcome of one sub-rule for the current document.
+struct _stSubRuleResult {
+    bool bSuccess = false;
+    std::string sHitWord;  // "<keyword> <count>\t" per hit, or "<prefix><field value>"
+};
+
+// Outcome of one rule for the current document.
+struct _stRuleResult {
+    bool bSuccess = false;
+    float fVSMSim = 0.0f;  // similarity term of the score (always 0: no model exists)
+};
+
+// One line of a classification result.
+struct _stResult {
+    std::string sClassName;
+    float fWeight = 0.0f;
+};
+
+// Result order: greater weight first (strict). fn_vGetClassification sorts
+// stably, so equal weights keep the class-name order.
+struct CClasLess {
+    bool operator()(const _stResult& a, const _stResult& b) const { return a.fWeight > b.fWeight; }
+};
+
+// The keyword-by-sub-rule count table (m_msvWordRule and its clean copy),
+// stored sparsely with the meaning of a map keyword -> vector of one count
+// per sub-rule index. Only the (keyword, sub-rule) pairs that m_mslKeywords
+// lists have a slot; every other pair reads 0 and cannot be written. Keys are
+// in byte order, as in the map it stands for.
+//
+// Reads never insert. The engine writes counts through slot numbers (stable
+// until the next Build or clear); every write made from outside the engine
+// (Set, Build, clear, assignment) advances Version(), so the engine notices
+// hand-made changes and restores the table in full.
+class CWordRuleCounts {
+  public:
+    // Read view of one keyword's counts, read like a vector<int> per sub-rule.
+    class Row {
+      public:
+        // Count for sub-rule iSubRule; 0 without a slot or out of range.
+        int operator[](size_t iSubRule) const;
+        // Number of sub-rules (the length of the vector it stands for); 0
+        // for a keyword that is not in the table.
+        size_t size() const { return m_iKey >= 0 ? m_pTable->m_nSubRules : 0; }
+
+      private:
+        friend class CWordRuleCounts;
+        Row(const CWordRuleCounts* pTable, int iKey) : m_pTable(pTable), m_iKey(iKey) {}
+        const CWordRuleCounts* m_pTable;
+        int m_iKey;
+    };
+
+    CWordRuleCounts() = default;
+    CWordRuleCounts(const CWordRuleCounts& other);
+    CWordRuleCounts& operator=(const CWordRuleCounts& other);
+
+    // Replaces the table: one row per key of mslKeywords, one zero slot per
+    // distinct sub-rule index its list names (indexes outside 0..nSubRules-1
+    // get none), nSubRules as the row length.
+    void Build(const std::map<std::string, std::list<int>>& mslKeywords, size_t nSubRules);
+    // Empties the table (no keys, row length 0).
+    void clear();
+
+    size_t size() const { return m_vsKeys.size(); }  // number of keywords
+    bool empty() const { return m_vsKeys.empty(); }
+    bool contains(const std::string& sWord) const { return FindKey(sWord) >= 0; }
+    const std::vector<std::string>& keys() const { return m_vsKeys; }  // byte order
+    size_t SubRuleCount() const { return m_nSubRules; }
+    Row operator[](const std::string& sWord) const { return Row(this, FindKey(sWord)); }
+    // The count of sWord for sub-rule iSubRule; 0 where there is no slot.
+    int count(const std::string& sWord, size_t iSubRule) const;
+    // Sets a count (tests fill tables by hand). False, nothing written, when
+    // the pair has no slot.
+    bool Set(const std::string& sWord, size_t iSubRule, int nCount);
+
+    // ---- Slot access for the engine ----
+    size_t SlotCount() const { return m_viCount.size(); }
+    // Slot of (key number iKey, sub-rule), or -1.
+    int FindSlot(int iKey, int iSubRule) const;
+    int KeyIndex(const std::string& sWord) const { return FindKey(sWord); }
+    int SlotValue(int iSlot) const { return m_viCount[static_cast<size_t>(iSlot)]; }
+    int SlotSubRule(int iSlot) const { return m_viSlotSubRule[static_cast<size_t>(iSlot)]; }
+    // Adds n (> 0) to a slot, saturating at INT_MAX; returns the old value.
+    // Does not advance Version().
+    int AddToSlot(int iSlot, int n);
+    // Writes a slot without advancing Version() (the engine's reset).
+    void RestoreSlot(int iSlot, int nValue) { m_viCount[static_cast<size_t>(iSlot)] = nValue; }
+    unsigned long Version() const { return m_nVersion; }
+
+  private:
+    int FindKey(const std::string& sWord) const;
+    void Touch();  // takes a new, process-unique version
+
+    std::vector<std::string> m_vsKeys;  // sorted by bytes
+    std::vector<int> m_viRowBegin;      // slots of key k: [m_viRowBegin[k], m_viRowBegin[k + 1])
+    std::vector<int> m_viSlotSubRule;   // sub-rule of each slot, ascending within a row
+    std::vector<int> m_viCount;         // count of each slot
+    size_t m_nSubRules = 0;
+    unsigned long m_nLayout = 0;   // shared by copies of one Build; 0 when empty
+    unsigned long m_nVersion = 0;  // changes with every write from outside the engine
+};
+
+class CTextParser {
+  public:
+    // Empty tables, m_fCertainty 0.8, m_pDat and m_hMVRDRAP null.
+    CTextParser();
+    // Releases the tables and the dictionary.
+    virtual ~CTextParser();
+    CTextParser(const CTextParser&) = delete;
+    CTextParser& operator=(const CTextParser&) = delete;
+
+    // ---- Loading ----
+
+    // Makes a new dictionary (releasing the old one) and loads the rule list
+    // conf, appending to the rules already loaded; then adds every keyword of
+    // m_mslKeywords in byte order and "分割符号" to the dictionary and
+    // completes it. The first argument (data directory) is not used. False
+    // when fn_bLoadRulelist fails: the new, empty and uncompleted dictionary
+    // stays, so every scan finds nothing until the next successful load.
+    bool fn_bInit(const char* sDataDir, const char* conf);
+
+    // Reads and validates the rule list conf and appends its rules (see the
+    // .cpp for the file's keys). On success the result vectors, the count
+    // table and their clean copies are rebuilt for all loaded rules and
+    // "加载<conf>成功.\n" is logged; rulenum 0 returns true with nothing
+    // changed. Prints "<i>\n" for every rule it starts. Failure: false; a
+    // null/empty conf or a missing certainty or rulenum is only logged, every
+    // other message goes to g_sLastErrorMessage and the error file. Nothing
+    // appended before the failure is rolled back, and the result vectors are
+    // not rebuilt.
+    bool fn_bLoadRulelist(const char* conf);
+
+    // ---- Classification ----
+
+    // Classifies d (GBK) into m_sClassifyResult (iType 0: "<class>\t" per
+    // class; 1: "<class> <weight %.4f>\t"; other: ""). Leaves m_sText, the
+    // counts and the sub-rule and rule results of d for fn_vGetDetail.
+    // Returns true, also when nothing fires. False when the scan finds no
+    // separator (no dictionary, or a title so dense with keywords that the
+    // scan output is cut off before it), with every table in its reset state.
+    // After a load that failed once it had appended rules, followed by one
+    // that appended nothing (rulenum 0), the appended rules and sub-rules have
+    // no result entries; they are left out (counted, never decided).
+    bool fn_bClassify(_stDoc& d, int iType);
+
+    // Restores the per-document tables from the clean copies and empties
+    // m_sClassifyResult and m_sDetail. Always true.
+    bool fn_bResetResult();
+
+    // Decides sub-rule iSubRuleId from the counts of its keywords (AND, OR,
+    // NOT) and appends "<keyword> <count>\t" per hit keyword to its sHitWord.
+    // False for an unknown relation or an index without a result entry.
+    bool fn_bDoSubRule(int iSubRuleId);
+
+    // Decides rule iRuleId from the outcomes of its sub-rules (AND, OR, NOT,
+    // YES, and NEAR<d> with the byte distance test in m_sText, which it
+    // normalises in place). False for an unknown relation or index.
+    bool fn_bDoRule(int iRuleId);
+
+    // ---- Results ----
+
+    // Appends the result text of the class weights to m_sClassifyResult:
+    // classes by weight (stable, so ties keep name order); with a negative
+    // m_fCertainty at most three by the automatic selection.
+    void fn_vGetClassification(std::map<std::string, float> msfOutputResult, int iType);
+
+    // m_sDetail = the report of every fired rule of class sClassName on the
+    // last document: "RULE<r>:\n", "SUBRULE<j>: <hit words>\n" per sub-rule
+    // (j from 1) and "Sim: %.4f\n" when the rule's effect value is below 1.
+    // "" when no fired rule names the class.
+    void fn_vGetDetail(std::string sClassName);
+
+    // Empties m_sClassifyResult and the rule, keyword, count and result
+    // tables and destroys the dictionary. The clean copies, m_sDetail and
+    // m_sText stay.
+    void fn_vClear();
+
+    // ---- State (declaration order is fixed) ----
+
+    std::string m_sClassifyResult;          // result text of the last classification
+    std::string m_sDetail;                  // report of the last fn_vGetDetail
+    std::vector<_stRule> m_vstRules;        // all rules in file order
+    std::vector<_stSubRule> m_vstSubRules;  // all sub-rules in file order
+    // keyword -> TITLE/CONTENT/TEXT sub-rules listing it (twice if listed twice)
+    std::map<std::string, std::list<int>> m_mslKeywords;
+    CWordRuleCounts m_msvWordRule;                     // keyword x sub-rule counts of the document
+    CWordRuleCounts m_msvWordRuleInit;                 // clean copy (all 0)
+    std::vector<_stSubRuleResult> m_vstSubRuleResult;  // per sub-rule
+    std::vector<_stSubRuleResult> m_vstSubRuleResultInit;  // clean copy
+    std::vector<_stRuleResult> m_vstRuleResult;            // per rule
+    std::vector<_stRuleResult> m_vstRuleResultInit;        // clean copy
+    CPDAT* m_pDat;                                         // keyword dictionary, owned; may be null
+    void* m_hMVRDRAP;                                      // null; kept for layout, unused
+    float m_fCertainty;   // score threshold (0.8 until a rule list sets it)
+    std::string m_sText;  // title + separator + content as scanned
+
+  private:
+    struct CIndex;  // the compiled evaluation index, see TextParser.cpp
+
+    bool LoadRule(CXMLParamReader& cReader, int i, const std::vector<std::string>& vsTrained);
+    bool LoadSubRules(CXMLParamReader& cReader, const std::string& sPrefix, int nSubRules,
+                      _stRule& stRule, int& nNonNot);
+    void RebuildResultTables();
+
+    bool IndexIsCurrent() const;
+    void CompileIndex();
+    void RestoreTouched();
+    void PrimeSubRuleDefaults();
+    bool ScanAndCount();
+    void CountBytes(const char* p, size_t n, bool& bInContent);
+    void CountPieces(const char* p, size_t n, bool bContent);
+    void CountKeyword(int iKey, bool bContent);
+    void TouchSubRule(int i);
+    void DecideMetadata(const _stDoc& d);
+    void DecideTouchedSubRules();
+    std::map<std::string, float> DecideAndScoreRules();
+    void ScoreRule(int r, bool bFired);
+    bool DoSubRule(int i, const CIndex* pIndex);
+    bool DoRule(int r, const CIndex* pIndex);
+    bool NearTest(const _stRule& stRule, const CIndex* pIndex);
+    bool NearPair(int a, int b, int nDistance, const CIndex* pIndex);
+    int CountOf(const CIndex* pIndex, int iSubRule, size_t iKeyword) const;
+
+    std::unique_ptr<CIndex> m_pIndex;   // null until the first classification
+    unsigned long m_nTablesGeneration;  // advanced by every load and fn_vClear
+    std::vector<int> m_viHandleKey;     // dictionary handle -> key number hint
+    const CPDAT* m_pHintDat;            // dictionary m_viHandleKey belongs to
+};
