@@ -5,6 +5,9 @@
 //    the fast builder's.
 //  * SetOracle holds the words in std::map / std::set and runs the full scan
 //    over them (no double array at all); lookups and MMFullScan must agree.
+//  * CellScanOracle runs the full scan literally as designed over the
+//    dictionary's own cells, for any dictionary in any mode; MMFullScan and
+//    MMFullScanSpans must agree with it.
 // Seeds are fixed and printed on failure.
 #include <gtest/gtest.h>
 
@@ -541,6 +544,248 @@ TEST(PdatLookupOracle, FindAndFullScanAgreeWithAWordSet) {
             const std::string text = RandomText(rng, words, alphabet);
             ASSERT_EQ(std::string(dict->MMFullScan(text.c_str())), oracle.FullScan(text))
                 << where << " text " << text;
+        }
+    }
+}
+
+// ---- The full scan as designed, over the dictionary's own cells ----
+
+// MMFullScan step by step as the design states it: every character read with
+// GetCharCode, every transition range-checked against the cells, the first
+// word end of an attempt reported and the same start walked again with flag
+// 0. Unlike SetOracle it takes any dictionary (all modes, negative handles,
+// filter words), as it reads the cells that the layout tests check. Besides
+// the text it lists the words as MMFullScanSpans does.
+class CellScanOracle {
+  public:
+    explicit CellScanOracle(const CPDAT& dict) : m_dict(dict) {}
+
+    std::string FullScan(const std::string& text, std::vector<_stScanSpan>* pSpans) const {
+        const state* cells = m_dict.GetStates();
+        const long long last = cells ? m_dict.GetLowerBound() : -1;
+        const int len = static_cast<int>(text.size());
+        const size_t limit = 5 * text.size();
+        std::string out;
+        pSpans->clear();
+        int i = 0, start = 0, firstLen = 0, matchLen = 0, handle = -1, flag = 1;
+        long long base = 0, prev = -2;
+        auto valid = [&](int s, int n) {
+            return out.size() + n < limit && m_dict.IsValidString(text.c_str(), s, s + n, len);
+        };
+        auto emit = [&](int s, int n) {
+            if (!valid(s, n)) return;
+            out += text.substr(s, n) + " ";
+            pSpans->push_back(_stScanSpan{s, n, handle, true});
+        };
+        auto reset = [&]() { base = 0, prev = -2, matchLen = 0, handle = -1; };
+        while (i < len) {
+            int cl = 0;
+            const int code = m_dict.GetCharCode(text.c_str(), i, len, &cl);
+            i += cl;
+            const int dense = m_dict.GetCharsetCode(static_cast<unsigned>(code));
+            if (dense < 0) {  // unknown character
+                if (handle >= 0 && matchLen > 0) emit(start, matchLen);
+                reset();
+                start = i;
+                continue;
+            }
+            if (firstLen == 0) firstLen = cl;
+            const long long p = base + dense;
+            if (p >= 0 && p <= last && cells[p].check == prev) {
+                prev = p;
+                if (cells[p].base >= 0) {
+                    base = cells[p].base;
+                    if (matchLen == 0) matchLen = cl;
+                    continue;
+                }
+                base = -static_cast<long long>(cells[p].base);
+                matchLen = i - start, handle = cells[p].handle;
+                if (base == p) {  // leaf
+                    emit(start, matchLen);
+                    i = start + firstLen, start = i, firstLen = 0, flag = 1;
+                    reset();
+                } else if (flag == 1) {  // first word end: the same start again
+                    emit(start, matchLen);
+                    i = start, firstLen = 0, flag = 0;
+                    reset();
+                }
+                continue;
+            }
+            if (handle >= 0 && matchLen >= 1) {
+                if (flag == 1) emit(start, matchLen);
+                i = start + firstLen, firstLen = 0, flag = 1;
+            } else if (matchLen >= 1) {
+                i = start + firstLen, firstLen = 0, flag = 1;
+            } else if (cl == 1 && i < len && text[i] == ' ') {
+                i += 1;
+            }
+            reset();
+            start = i;
+        }
+        if (handle >= 0 && matchLen >= 1 && valid(start, matchLen)) {  // the last matchLen bytes
+            out += text.substr(len - matchLen);
+            const int from = len - matchLen;
+            pSpans->push_back(_stScanSpan{from, matchLen, start == from ? handle : -1, false});
+        }
+        return out;
+    }
+
+  private:
+    const CPDAT& m_dict;
+};
+
+// Spans as text, "start,length,handle,blank;" each.
+std::string SpansText(const std::vector<_stScanSpan>& spans) {
+    std::string s;
+    for (const _stScanSpan& sp : spans)
+        s += std::to_string(sp.iStart) + "," + std::to_string(sp.nLen) + "," +
+             std::to_string(sp.nHandle) + (sp.bBlank ? ",1;" : ",0;");
+    return s;
+}
+
+// MMFullScan and MMFullScanSpans of text against the oracle: "" when both
+// agree, else what differs.
+std::string ScanDiff(CPDAT& dict, const CellScanOracle& oracle, const std::string& text) {
+    std::vector<_stScanSpan> want, got;
+    const std::string wantText = oracle.FullScan(text, &want);
+    const std::string gotText = dict.MMFullScan(text.c_str());
+    if (gotText != wantText) return "text \"" + gotText + "\", expected \"" + wantText + "\"";
+    dict.MMFullScanSpans(text.c_str(), got);
+    if (SpansText(got) != SpansText(want))
+        return "spans " + SpansText(got) + " expected " + SpansText(want);
+    return "";
+}
+
+// Alphabets that make the scan's cases common: a few letters (words that
+// are prefixes of others, long walks), Latin words and numbers with spaces
+// and commas (IsValidString, spaces after failed characters, words starting
+// with a space, mode-2 delimiters), GBK characters plus lone high bytes
+// (matches starting mid-character in byte mode), full-width forms.
+std::vector<std::string> ScanAlphabet(int kind) {
+    switch (kind) {
+        case 0:
+            return {"a", "b", "c"};
+        case 1:
+            return {"a", "b", "Z", "1", "2", " ", ",", "x"};
+        case 2: {
+            std::vector<std::string> a = GbkChars(8, 4);
+            for (const char* s : {"\xB0", "\xA1", "\xB1\xB0", "a"}) a.push_back(s);
+            return a;
+        }
+        default:
+            return {"\xA3\xC1" /* Ａ */, "\xA3\xAC" /* ， */, "\xA1\xB1" /* ” */, "a", "\xB0\xA1"};
+    }
+}
+
+// Texts of words, word tails (starting mid-word), alphabet characters,
+// unknown characters and bytes, white space and Latin runs; up to about 700
+// bytes, so that long texts cross the scan's blocks of starts.
+std::string ScanText(std::mt19937& rng, const std::vector<std::string>& words,
+                     const std::vector<std::string>& alphabet) {
+    static const std::vector<std::string> kOther = {
+        "\xD6\xD0" /* 中 */, "\x80", "\xFF", " ", "  ", "\n", "ab", "Ab1", "12", "9"};
+    std::string t;
+    const int n = std::uniform_int_distribution<int>(0, rng() % 4 == 0 ? 160 : 24)(rng);
+    for (int k = 0; k < n; ++k) {
+        const int r = std::uniform_int_distribution<int>(0, 9)(rng);
+        if (r < 4 && !words.empty()) {
+            const std::string w = Pick(rng, words);
+            t += r == 0 ? w.substr(std::uniform_int_distribution<size_t>(0, w.size() - 1)(rng)) : w;
+        } else {
+            t += r < 7 ? Pick(rng, alphabet) : Pick(rng, kOther);
+        }
+    }
+    if (!words.empty() && rng() % 4 == 0) {  // ends inside a word
+        const std::string w = Pick(rng, words);
+        t += w.substr(0, std::uniform_int_distribution<size_t>(0, w.size())(rng));
+    }
+    return t;
+}
+
+TEST(PdatScanOracle, FullScanFollowsTheDesignOnRandomDictionaries) {
+    const unsigned kScanSeed = kSeed + 4;
+    std::mt19937 rng(kScanSeed);
+    for (int round = 0; round < 240; ++round) {
+        const int nMode = round % 3, kind = round / 3 % 4;
+        const std::vector<std::string> alphabet = ScanAlphabet(kind);
+        auto dict = std::make_unique<CPDAT>(nMode);
+        std::vector<std::string> words;
+        const int nWords = std::uniform_int_distribution<int>(0, round % 7 == 0 ? 300 : 40)(rng);
+        for (int k = 0; k < nWords; ++k) {
+            std::string w = RandomWord(rng, alphabet, 6);
+            if (!words.empty() && rng() % 3 == 0) w = Pick(rng, words) + w;  // a longer word
+            words.push_back(w);
+            switch (rng() % 12) {
+                case 0:
+                    dict->AddWord(w.c_str(), -2 - static_cast<int>(rng() % 3), false);
+                    break;
+                case 1:
+                    dict->AddFilterWord(w.c_str());
+                    break;
+                case 2:
+                    dict->FindWord(w.c_str());
+                    break;
+                default:
+                    dict->AddWord(w.c_str(), rng() % 2 == 0);
+            }
+        }
+        dict->AddWordComplete();
+        if (round % 40 == 39) dict->SetEmpty();  // cells kept, bound 0
+        const CellScanOracle oracle(*dict);
+        for (int k = 0; k < 30; ++k) {
+            const std::string text = ScanText(rng, words, alphabet);
+            ASSERT_EQ(ScanDiff(*dict, oracle, text), "")
+                << "seed " << kScanSeed << " round " << round << " text " << k << ": " << text;
+        }
+    }
+}
+
+// Long texts of a larger GBK dictionary in byte mode: many starts per block,
+// words that straddle character boundaries, hits at block edges.
+TEST(PdatScanOracle, LongGbkTextsInByteMode) {
+    const unsigned kScanSeed = kSeed + 5;
+    std::mt19937 rng(kScanSeed);
+    const std::vector<std::string> chars = GbkChars(40, 20);
+    auto dict = std::make_unique<CPDAT>(1);
+    std::vector<std::string> words;
+    for (int k = 0; k < 1500; ++k) {
+        words.push_back(RandomWord(rng, chars, 4));
+        dict->AddWord(words.back().c_str(), false);
+    }
+    dict->AddWordComplete();
+    const CellScanOracle oracle(*dict);
+    for (int k = 0; k < 20; ++k) {
+        std::string text;
+        while (text.size() < 20000) {
+            const int r = std::uniform_int_distribution<int>(0, 9)(rng);
+            text += r < 5 ? Pick(rng, words) : r < 8 ? Pick(rng, chars) : r < 9 ? " a1 " : "\xB0";
+        }
+        ASSERT_EQ(ScanDiff(*dict, oracle, text), "") << "seed " << kScanSeed << " text " << k;
+    }
+}
+
+// Words #, ##, ... write far more than they read (# is no letter or digit,
+// so IsValidString keeps every match): the 5 * len cap must drop exactly the
+// words the design drops, in every mode, and must be reached.
+TEST(PdatScanOracle, OutputCapDropsTheSameWords) {
+    const std::string texts[] = {"#",
+                                 "##",
+                                 std::string(13, '#'),
+                                 std::string(64, '#'),
+                                 std::string(300, '#'),
+                                 std::string(40, '#') + "\xD6\xD0" + std::string(40, '#'),
+                                 std::string(30, '#') + " " + std::string(30, '#') + "b"};
+    for (int nMode = 0; nMode < 3; ++nMode) {
+        auto dict = std::make_unique<CPDAT>(nMode);
+        for (int n = 1; n <= 12; ++n) dict->AddWord(std::string(n, '#').c_str(), false);
+        dict->AddWordComplete();
+        const CellScanOracle oracle(*dict);
+        for (const std::string& text : texts) {
+            EXPECT_EQ(ScanDiff(*dict, oracle, text), "") << "mode " << nMode << " " << text;
+            if (text.size() >= 64) {
+                EXPECT_GT(strlen(dict->MMFullScan(text.c_str())) + 14, 5 * text.size())
+                    << "cap not reached";
+            }
         }
     }
 }

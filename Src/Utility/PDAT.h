@@ -26,7 +26,9 @@
 // next such call or destruction. Not copyable.
 //
 // Thread-safety: none; callers serialise all calls. (The const lookups Find,
-// GetWords, GetMaxWord and IsValidString modify nothing.)
+// GetWords, GetMaxWord and IsValidString modify nothing; MMFullScanSpans,
+// like MMFullScan, builds the byte-mode scan index on its first call after
+// the dictionary changed.)
 #pragma once
 
 #include <memory>
@@ -76,6 +78,18 @@ struct _stTermPosition {
     int iStartPos;
     int nWordLen;
     double weight;
+};
+
+// One word written by MMFullScan: bytes [iStart, iStart + nLen) of the
+// scanned text and the handle of the dictionary word matched there, followed
+// by one blank in the scan text when bBlank. The one span without a blank is
+// the end-of-text copy (the last nLen bytes of the text, which need not be
+// the match); its nHandle is -1 unless those bytes are the matched word.
+struct _stScanSpan {
+    int iStart;
+    int nLen;
+    int nHandle;
+    bool bBlank;
 };
 
 class CPDAT {
@@ -182,6 +196,12 @@ class CPDAT {
     // valid until the next scan; empty for null or empty text.
     char* MMFullScan(const char* text);
 
+    // The words MMFullScan(text) writes, in order, as spans of text (cleared
+    // first): each span's bytes, plus a blank where bBlank, concatenated give
+    // MMFullScan's result exactly, output cap included. Lets a caller take
+    // the handles without reading the words back. Returns the span count.
+    int MMFullScanSpans(const char* text, std::vector<_stScanSpan>& spans) const;
+
     // The first-hit scan: words go to *result (a new[] buffer of *resultCap
     // bytes, or null; replaced with 3 * len + 1 bytes when too small), each
     // followed by a space. With bFound the scan stops at the first word found
@@ -237,6 +257,17 @@ class CPDAT {
 
     int LastCell() const;
 
+    struct ScanIndex;  // the byte-mode full scan's copy of the cells (see PDAT.cpp)
+    // Drops the scan index; the next full scan builds it again. Called
+    // wherever the cells, the character map or the lower bound change.
+    void InvalidateScanIndex();
+    // The scan index, built on first use; null when the full scan takes the
+    // general walk (modes 0 and 2, a damaged layout, no memory).
+    const ScanIndex* GetScanIndex() const;
+    // The full scan of len > 0 bytes of s into sink o (the sinks live in PDAT.cpp).
+    template <typename Sink>
+    void FullScan(const unsigned char* s, int len, Sink& o) const;
+
     trie_elem* m_word_trie;     // construction tree (calloc'd root); null once completed
     state* m_pData;             // the cells (malloc'd); null when there are none
     int m_nLength;              // cells allocated; m_nLowerBound + 1 after layout
@@ -254,5 +285,7 @@ class CPDAT {
     int m_nMode;                             // character mode 0, 1 or 2
     std::string m_sTopWords;                 // GetTopWords text
     bool m_bWordAddCompleted;
-    std::unique_ptr<ChildIndex> m_pChildIndex;  // construction only
+    std::unique_ptr<ChildIndex> m_pChildIndex;        // construction only
+    mutable std::unique_ptr<ScanIndex> m_pScanIndex;  // see GetScanIndex
+    mutable bool m_bScanIndexBuilt = false;           // m_pScanIndex is current
 };
