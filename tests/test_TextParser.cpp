@@ -139,106 +139,69 @@ TEST_F(EngineTest, LoadLogsSuccessAndOnlyLogsMissingHeaderValues) {
 // failed load leaves behind: earlier rules and the failing rule's sub-rules
 // stay, no result vector is made.
 TEST_F(EngineTest, LoaderMessagesAndStateAfterFailure) {
-    const std::string K = "rule id=\"1\".";
-    const std::string O = K + "subrules.subrule id=\"2\".operator";
-    const std::string V = K + "subrules.subrule id=\"2\".value";
-    const std::string sNotSupported = "\xD6\xB5\xB2\xBB\xD6\xA7\xB3\xD6.";  // 值不支持.
-    const std::string sNotWritten = "\xD6\xB5\xCE\xB4\xCA\xE9\xD0\xB4.";    // 值未书写.
+    const std::string R = "Rule[rule id=\"1\".";
+    const std::string O = "rule id=\"1\".subrules.subrule id=\"2\".operator";
+    const std::string V = "rule id=\"1\".subrules.subrule id=\"2\".value";
+    // Message texts (GBK).
+    const std::string sNoClass =
+        "]\xB2\xBB\xB4\xE6\xD4\xDA\xBB\xF2\xC6\xE4"            // ]不存在或其
+        "ClassID\xD6\xB5\xB2\xBB\xC4\xDC\xCE\xAA\xBF\xD5.\n";  // ...值不能为空.
+    const std::string sBadTop =                                // ] 总的逻辑符号书写错误.
+        "] \xD7\xDC\xB5\xC4\xC2\xDF\xBC\xAD\xB7\xFB\xBA\xC5\xCA\xE9\xD0\xB4\xB4\xED\xCE\xF3.";
+    const std::string sUnwritten = "\xD6\xB5\xCE\xB4\xCA\xE9\xD0\xB4.";  // 值未书写.
+    const std::string sSubNumFor = "subrules.subrulenum]SubRuleNum\xD6\xB5\xB6\xD4TopRule\xB5\xC4";
+    const std::string sUnsupported = "\xD6\xB5\xB2\xBB\xD6\xA7\xB3\xD6.";         // 值不支持.
+    const std::string sIncomplete = "\xCE\xB4\xCA\xE9\xD0\xB4\xCD\xEA\xD5\xFB.";  // 未书写完整.
+    const std::string sBadCount =  // 的词频书写错误或不能为0.
+        "\xB5\xC4\xB4\xCA\xC6\xB5\xCA\xE9\xD0\xB4\xB4\xED\xCE\xF3\xBB\xF2\xB2\xBB\xC4\xDC\xCE\xAA"
+        "0.";
     struct Row {
         std::function<void(TRule&)> fnBreak;  // applied to rule 1 (two sub-rules)
         std::string sMessage;
         size_t nSubRules;  // m_vstSubRules afterwards (rule 0 has one)
     };
     const Row vRows[] = {
-        {[](TRule& r) { r.sClass = ""; },  // 不存在或其ClassID值不能为空.
-         "Rule[" + K +
-             "classid]\xB2\xBB\xB4\xE6\xD4\xDA\xBB\xF2\xC6\xE4"
-             "ClassID" +
-             "\xD6\xB5\xB2\xBB\xC4\xDC\xCE\xAA\xBF\xD5.\n",
+        {[](TRule& r) { r.sClass = ""; }, R + "classid" + sNoClass, 1},
+        {[](TRule& r) { r.sClass = kOmit; }, R + "classid" + sNoClass, 1},
+        {[](TRule& r) { r.sTop = "and"; }, R + "toprule" + sBadTop, 1},
+        {[](TRule& r) { r.sTop = kOmit; }, R + "toprule" + sBadTop, 1},  // "" is not AND
+        {[](TRule& r) { r.sTop = "XNEAR3"; }, R + "toprule" + sBadTop, 1},
+        {[](TRule& r) { r.sEffect = kOmit; }, R + "effectvalue]EffectValue" + sUnwritten, 1},
+        {[](TRule& r) { r.sEffect = "0.5"; }, R + "perfectvsmsim]PerfectVSMSim" + sUnwritten, 1},
+        {[](TRule& r) { r.sImperfect = kOmit; }, R + "imperfectvsmsim]ImPerfectVSMSim" + sUnwritten,
          1},
-        {[](TRule& r) { r.sClass = kOmit; },
-         "Rule[" + K +
-             "classid]\xB2\xBB\xB4\xE6\xD4\xDA\xBB\xF2\xC6\xE4"
-             "ClassID" +
-             "\xD6\xB5\xB2\xBB\xC4\xDC\xCE\xAA\xBF\xD5.\n",
-         1},
-        // 总的逻辑符号书写错误. (an absent toprule reads as "", not as the default AND)
-        {[](TRule& r) { r.sTop = "and"; },
-         "Rule[" + K +
-             "toprule] "
-             "\xD7\xDC\xB5\xC4\xC2\xDF\xBC\xAD\xB7\xFB\xBA\xC5\xCA\xE9\xD0\xB4\xB4\xED\xCE\xF3.",
-         1},
-        {[](TRule& r) { r.sTop = kOmit; },
-         "Rule[" + K +
-             "toprule] "
-             "\xD7\xDC\xB5\xC4\xC2\xDF\xBC\xAD\xB7\xFB\xBA\xC5\xCA\xE9\xD0\xB4\xB4\xED\xCE\xF3.",
-         1},
-        {[](TRule& r) { r.sTop = "XNEAR3"; },
-         "Rule[" + K +
-             "toprule] "
-             "\xD7\xDC\xB5\xC4\xC2\xDF\xBC\xAD\xB7\xFB\xBA\xC5\xCA\xE9\xD0\xB4\xB4\xED\xCE\xF3.",
-         1},
-        {[](TRule& r) { r.sEffect = kOmit; }, "Rule[" + K + "effectvalue]EffectValue" + sNotWritten,
-         1},
-        {[](TRule& r) { r.sEffect = "0.5"; },
-         "Rule[" + K + "perfectvsmsim]PerfectVSMSim" + sNotWritten, 1},
-        {[](TRule& r) { r.sImperfect = kOmit; },
-         "Rule[" + K + "imperfectvsmsim]ImPerfectVSMSim" + sNotWritten, 1},
-        // ClassID类"<class>"语料未训练. even with a perfectvsmsim
+        // ] ClassID类"<class>"语料未训练. (no class is trained, perfectvsmsim or not)
         {[](TRule& r) { r.sEffect = "0.5", r.sPerfect = "0.9"; },
-         "Rule[" + K + "imperfectvsmsim] ClassID\xC0\xE0\"" + kFinance +
+         R + "imperfectvsmsim] ClassID\xC0\xE0\"" + kFinance +
              "\"\xD3\xEF\xC1\xCF\xCE\xB4\xD1\xB5\xC1\xB7.",
          1},
-        {[](TRule& r) { r.sSubNum = kOmit; },
-         "Rule[" + K + "subrules.subrulenum]SubRuleNum" + sNotWritten, 1},
-        {[](TRule& r) { r.sSubNum = "33333"; },
-         "Rule[" + K + "subrules.subrulenum]SubRuleNum" + sNotWritten, 1},
-        {[](TRule& r) { r.sTop = "NOT", r.sSubNum = "3"; },
-         "Rule[" + K + "subrules.subrulenum]SubRuleNum\xD6\xB5\xB6\xD4TopRule\xB5\xC4NOT" +
-             sNotSupported,
+        {[](TRule& r) { r.sSubNum = kOmit; }, R + "subrules.subrulenum]SubRuleNum" + sUnwritten, 1},
+        {[](TRule& r) { r.sSubNum = "33333"; }, R + "subrules.subrulenum]SubRuleNum" + sUnwritten,
          1},
-        {[](TRule& r) { r.sTop = "YES"; },
-         "Rule[" + K + "subrules.subrulenum]SubRuleNum\xD6\xB5\xB6\xD4TopRule\xB5\xC4YES" +
-             sNotSupported,
+        {[](TRule& r) { r.sTop = "NOT", r.sSubNum = "3"; }, R + sSubNumFor + "NOT" + sUnsupported,
          1},
-        {[](TRule& r) {
-             r.sTop = "NEAR";
-             r.sSubNum = "1";
-         },
-         "Rule[" + K + "subrules.subrulenum]SubRuleNum\xD6\xB5\xB6\xD4TopRule\xB5\xC4NEAR" +
-             sNotSupported,
+        {[](TRule& r) { r.sTop = "YES"; }, R + sSubNumFor + "YES" + sUnsupported, 1},
+        {[](TRule& r) { r.sTop = "NEAR", r.sSubNum = "1"; }, R + sSubNumFor + "NEAR" + sUnsupported,
          1},
-        {[](TRule& r) { r.vSubs[1].sOperator = "AND//1"; },
-         O + "\xCE\xB4\xCA\xE9\xD0\xB4\xCD\xEA\xD5\xFB.", 2},
-        {[](TRule& r) { r.vSubs[1].sOperator = "AND/TITLE"; },
-         O + "\xCE\xB4\xCA\xE9\xD0\xB4\xCD\xEA\xD5\xFB.", 2},
-        {[](TRule& r) { r.vSubs[1].sOperator = kOmit; },
-         O + "\xCE\xB4\xCA\xE9\xD0\xB4\xCD\xEA\xD5\xFB.", 2},
-        {[](TRule& r) { r.vSubs[1].sOperator = "YES/TITLE/1"; },
+        {[](TRule& r) { r.vSubs[1].sOperator = "AND//1"; }, O + sIncomplete, 2},
+        {[](TRule& r) { r.vSubs[1].sOperator = "AND/TITLE"; }, O + sIncomplete, 2},
+        {[](TRule& r) { r.vSubs[1].sOperator = kOmit; }, O + sIncomplete, 2},
+        {[](TRule& r) { r.vSubs[1].sOperator = "YES/TITLE/1"; },  // 的逻辑符号书写错误.
          O + "\xB5\xC4\xC2\xDF\xBC\xAD\xB7\xFB\xBA\xC5\xCA\xE9\xD0\xB4\xB4\xED\xCE\xF3.", 2},
-        {[](TRule& r) { r.vSubs[1].sOperator = "AND/title/1"; },
+        {[](TRule& r) { r.vSubs[1].sOperator = "AND/title/1"; },  // 的域符号书写错误.
          O + "\xB5\xC4\xD3\xF2\xB7\xFB\xBA\xC5\xCA\xE9\xD0\xB4\xB4\xED\xCE\xF3.", 2},
-        {[](TRule& r) { r.vSubs[1].sOperator = "AND/TITLE/0"; },
-         O + "\xB5\xC4\xB4\xCA\xC6\xB5\xCA\xE9\xD0\xB4\xB4\xED\xCE\xF3\xBB\xF2\xB2\xBB\xC4\xDC\xCE"
-             "\xAA"
-             "0.",
-         2},
-        {[](TRule& r) { r.vSubs[1].sOperator = "AND/TITLE/x"; },
-         O + "\xB5\xC4\xB4\xCA\xC6\xB5\xCA\xE9\xD0\xB4\xB4\xED\xCE\xF3\xBB\xF2\xB2\xBB\xC4\xDC\xCE"
-             "\xAA"
-             "0.",
-         2},
-        {[](TRule& r) { r.vSubs[1].sValue = "   \t "; },
+        {[](TRule& r) { r.vSubs[1].sOperator = "AND/TITLE/0"; }, O + sBadCount, 2},
+        {[](TRule& r) { r.vSubs[1].sOperator = "AND/TITLE/x"; }, O + sBadCount, 2},
+        {[](TRule& r) { r.vSubs[1].sValue = "   \t "; },  // 的词个数为0.
          V + "\xB5\xC4\xB4\xCA\xB8\xF6\xCA\xFD\xCE\xAA"
              "0.",
          2},
         // 类名为<class>的规则,其非NOT子规则个数对TopRule的NEAR值不支持.
         {[](TRule& r) { r.sTop = "NEAR5", r.vSubs[1].sOperator = "NOT/TEXT/1"; },
          "\xC0\xE0\xC3\xFB\xCE\xAA" + kFinance +
-             "\xB5\xC4\xB9\xE6\xD4\xF2,"
-             "\xC6\xE4\xB7\xC7NOT\xD7\xD3\xB9\xE6\xD4\xF2\xB8\xF6\xCA\xFD\xB6\xD4TopRule\xB5\xC4NEA"
-             "R" +
-             sNotSupported,
+             "\xB5\xC4\xB9\xE6\xD4\xF2,\xC6\xE4\xB7\xC7NOT\xD7\xD3\xB9\xE6\xD4\xF2\xB8\xF6\xCA\xFD"
+             "\xB6\xD4TopRule\xB5\xC4NEAR" +
+             sUnsupported,
          3},
     };
     for (const Row& row : vRows) {

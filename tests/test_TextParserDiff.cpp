@@ -286,7 +286,9 @@ class Generator {
         vsPool.clear();
         for (int n = 3 + Pick(10); n > 0; --n) vsPool.push_back(Keyword());
         std::vector<TRule> vRules;
-        for (int n = 1 + Pick(8); n > 0; --n) vRules.push_back(Rule(vsPool));
+        // Long lists make documents touch few of their rules (the merge path).
+        for (int n = Chance(20) ? 20 + Pick(20) : 1 + Pick(8); n > 0; --n)
+            vRules.push_back(Rule(vsPool));
         return RuleList(vsCertainty[Pick(7)], vRules);
     }
 
@@ -326,8 +328,9 @@ class Generator {
         static const std::string vsFiller[] = {kDot, " ", "\n", "x", "7", "--", kSep, "\xB0"};
         _stDoc d;
         std::string* pField[2] = {&d.sTitle, &d.sContent};
+        const bool bSparse = Chance(30);  // touches few rules of a long list
         for (std::string* p : pField) {
-            for (int n = Pick(p == &d.sTitle ? 8 : 30); n > 0; --n)
+            for (int n = Pick(bSparse ? 2 : p == &d.sTitle ? 8 : 30); n > 0; --n)
                 *p += Chance(55)   ? vsPool[Pick(static_cast<int>(vsPool.size()))]
                       : Chance(85) ? vsFiller[Pick(6)]
                                    : vsFiller[6 + Pick(2)];
@@ -435,4 +438,55 @@ TEST_F(EngineTest, AgreesWithLiteralReadingOnRandomRuleListsAndDocuments) {
               << " NEAR rules fired, " << nCountedHits << " sub-rules with hit words\n";
     EXPECT_GT(nLists, 200);
     EXPECT_GT(nNearFired, 50);
+}
+
+// The spans of MMFullScanSpans rebuild MMFullScan's text exactly (end-of-text
+// copy and output cap included), in every character mode, and a span with a
+// handle spells a word of that handle.
+TEST(ScanSpans, ReproduceFullScanOnRandomTexts) {
+    const unsigned nSeed = DiffSeed();
+    std::cout << "span seed " << nSeed << "\n";
+    Generator gen(nSeed);
+    static const std::string vsPiece[] = {kJia, kBing, kDing,  "a",        "b",  "1",           "A",
+                                          " ",  kSep,  "\xB0", "\xA3\xAC", "\n", "\xEF\xBB\xBF"};
+    auto piece = [&]() { return vsPiece[gen.Pick(13)]; };
+    const size_t npos = std::string::npos;
+    int nTails = 0, nCapped = 0;
+    for (int nDict = 0; nDict < 300; ++nDict) {
+        const int nMode = gen.Pick(3);
+        CPDAT dat(nMode);
+        std::vector<std::string> vsWord;
+        for (int n = 1 + gen.Pick(12); n > 0; --n) {
+            std::string w;
+            for (int k = 1 + gen.Pick(3); k > 0; --k) w += piece();
+            vsWord.push_back(w);
+            dat.AddWord(w.c_str(), false);
+        }
+        dat.AddWordComplete();
+        std::vector<_stScanSpan> vSpans;
+        for (int nText = 0; nText < 20; ++nText) {
+            std::string sText;
+            for (int n = gen.Pick(40); n > 0; --n)
+                sText +=
+                    gen.Chance(60) ? vsWord[gen.Pick(static_cast<int>(vsWord.size()))] : piece();
+            const std::string sScan = dat.MMFullScan(sText.c_str());
+            const int nSpans = dat.MMFullScanSpans(sText.c_str(), vSpans);
+            ASSERT_EQ(static_cast<size_t>(nSpans), vSpans.size());
+            std::string sRebuilt;
+            for (const _stScanSpan& sp : vSpans) {
+                ASSERT_TRUE(sp.iStart >= 0 && sp.nLen > 0 &&
+                            sp.iStart + sp.nLen <= int(sText.size()));
+                sRebuilt += sText.substr(sp.iStart, sp.nLen) + (sp.bBlank ? " " : "");
+                nTails += !sp.bBlank;
+                const std::string sBytes = sText.substr(sp.iStart, sp.nLen);
+                if (sp.nHandle >= 0 && nMode == 1 && sBytes.find_first_of(" \n\xEF") == npos) {
+                    EXPECT_EQ(sp.nHandle, dat.Find(sBytes.c_str())) << sBytes;  // spells the word
+                }
+            }
+            nCapped += !sText.empty() && sScan.size() + 12 >= 5 * sText.size();
+            ASSERT_EQ(sScan, sRebuilt) << "mode " << nMode << " text " << sText;
+        }
+    }
+    std::cout << nTails << " end-of-text copies, " << nCapped << " scans at the cap\n";
+    EXPECT_GT(nTails, 20);
 }

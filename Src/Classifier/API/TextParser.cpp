@@ -21,8 +21,14 @@
 // exactly the rules owning such a sub-rule (plus the volatile ones) are
 // decided afresh; every other sub-rule and rule provably has its default
 // outcome, since its decision reads nothing but zero counts and default
-// outcomes. Between documents the tables hold the last document's state and
-// the next document first restores what that one touched (dirty lists).
+// outcomes. (A NEAR rule reads the text as well, but only once all its
+// sub-rules hold; one that holds without hits is volatile, so the rewrite of
+// m_sText happens exactly when the plain evaluation would do it.) With a
+// positive certainty a rule that is false is skipped, so only the touched,
+// volatile and default-true rules are visited; with certainty <= 0 every rule
+// is scored, as it must be. Between documents the tables hold the last
+// document's state and the next document first restores what that one
+// touched (dirty lists); the loaded tables themselves are never copied.
 //
 // Scanning: the dictionary reports every emission of its full scan as a byte
 // span with the handle of the matched word. A span whose bytes equal the
@@ -37,6 +43,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstdint>
@@ -177,34 +184,68 @@ bool IsTrainedClass(const std::string& sClass, const std::vector<std::string>& v
     return false;
 }
 
-// Decides a sub-rule from count(j) of its keywords; appends the hit record of
-// each visited keyword with a count to *pHit when pHit is set.
+// Relation words, compared exactly and case-sensitively.
+enum class SubRelation : char { kAnd, kOr, kNot, kOther };
+enum class RuleRelation : char { kAnd, kOr, kNot, kYes, kNear, kOther };
+
+SubRelation SubRelationOf(const std::string& s) {
+    if (s == "AND") return SubRelation::kAnd;
+    if (s == "OR") return SubRelation::kOr;
+    if (s == "NOT") return SubRelation::kNot;
+    return SubRelation::kOther;
+}
+
+// Tested in this order; any relation containing "NEAR" is a NEAR relation.
+RuleRelation RuleRelationOf(const std::string& s) {
+    if (s == "AND") return RuleRelation::kAnd;
+    if (s == "OR") return RuleRelation::kOr;
+    if (s == "NOT") return RuleRelation::kNot;
+    if (s == "YES") return RuleRelation::kYes;
+    if (s.find("NEAR") != std::string::npos) return RuleRelation::kNear;
+    return RuleRelation::kOther;
+}
+
+// The NEAR distance: the relation without every "NEAR", read as atoi reads.
+int NearDistanceOf(const std::string& sRelation) {
+    std::string sDistance = sRelation;
+    gfn_vReplaceSubstr(sDistance, "NEAR", "");
+    return AtoiLike(sDistance.c_str());
+}
+
+// Appends the hit record "<keyword> <count>\t".
+void AppendHit(std::string& sHit, const std::string& sKeyword, int nCount) {
+    char sNum[16];
+    const char* pEnd = std::to_chars(sNum, sNum + sizeof(sNum), nCount).ptr;
+    sHit.append(sKeyword)
+        .append(1, ' ')
+        .append(sNum, static_cast<size_t>(pEnd - sNum))
+        .append(1, '\t');
+}
+
+// Decides a sub-rule with relation eRel from count(j) of its keywords;
+// appends the hit record of each visited keyword with a count to *pHit when
+// pHit is set.
 template <typename CountFn>
-bool DecideSubRule(const _stSubRule& stSub, CountFn count, std::string* pHit) {
-    auto record = [&](size_t j, int c) {
-        if (!pHit) return;
-        pHit->append(stSub.vsKeyword[j]).append(" ").append(std::to_string(c)).append("\t");
-    };
+bool DecideSubRule(SubRelation eRel, const _stSubRule& stSub, CountFn count, std::string* pHit) {
     const size_t n = stSub.vsKeyword.size();
-    if (stSub.sRelation == "AND") {
+    if (eRel == SubRelation::kAnd) {
         int iMin = kAndStartMin;
         for (size_t j = 0; j < n; ++j) {
             const int c = count(j);
             if (c == 0) return false;  // later keywords are neither examined nor recorded
-            record(j, c);
+            if (pHit) AppendHit(*pHit, stSub.vsKeyword[j], c);
             iMin = std::min(iMin, c);
         }
         return iMin >= stSub.iMinCount;
     }
-    const bool bOr = stSub.sRelation == "OR";
-    if (!bOr && stSub.sRelation != "NOT") return false;
+    if (eRel == SubRelation::kOther) return false;
     long long nSum = 0;
     for (size_t j = 0; j < n; ++j) {
         const int c = count(j);
-        if (c != 0) record(j, c);
+        if (c != 0 && pHit) AppendHit(*pHit, stSub.vsKeyword[j], c);
         nSum += c;
     }
-    if (bOr) return nSum > 0 && nSum >= stSub.iMinCount;
+    if (eRel == SubRelation::kOr) return nSum > 0 && nSum >= stSub.iMinCount;
     return nSum < 1 || nSum < stSub.iMinCount;
 }
 
@@ -213,29 +254,31 @@ enum class Verdict { kFalse, kTrue, kNearTest };
 // Decides a rule relation over k sub-rule outcomes s(j), up to the NEAR text
 // test, which the caller runs when kNearTest comes back.
 template <typename OutcomeFn>
-Verdict DecideRelation(const std::string& sRelation, size_t k, OutcomeFn s) {
+Verdict DecideRelation(RuleRelation eRel, size_t k, OutcomeFn s) {
     auto verdict = [](bool b) { return b ? Verdict::kTrue : Verdict::kFalse; };
-    if (sRelation == "AND") {
-        for (size_t j = 0; j < k; ++j)
-            if (!s(j)) return Verdict::kFalse;
-        return Verdict::kTrue;
+    switch (eRel) {
+        case RuleRelation::kAnd:
+            for (size_t j = 0; j < k; ++j)
+                if (!s(j)) return Verdict::kFalse;
+            return Verdict::kTrue;
+        case RuleRelation::kOr:
+            for (size_t j = 0; j < k; ++j)
+                if (s(j)) return Verdict::kTrue;
+            return Verdict::kFalse;
+        case RuleRelation::kNot:
+            if (k == 1) return verdict(!s(0));
+            if (k == 2) return verdict(s(0) && !s(1));
+            return Verdict::kFalse;
+        case RuleRelation::kYes:
+            return verdict(k == 1 && s(0));
+        case RuleRelation::kNear:
+            if (k <= 1) return Verdict::kFalse;
+            for (size_t j = 0; j < k; ++j)
+                if (!s(j)) return Verdict::kFalse;
+            return Verdict::kNearTest;
+        default:
+            return Verdict::kFalse;
     }
-    if (sRelation == "OR") {
-        for (size_t j = 0; j < k; ++j)
-            if (s(j)) return Verdict::kTrue;
-        return Verdict::kFalse;
-    }
-    if (sRelation == "NOT") {
-        if (k == 1) return verdict(!s(0));
-        if (k == 2) return verdict(s(0) && !s(1));
-        return Verdict::kFalse;
-    }
-    if (sRelation == "YES") return verdict(k == 1 && s(0));
-    if (sRelation.find("NEAR") == std::string::npos) return Verdict::kFalse;
-    if (k <= 1) return Verdict::kFalse;
-    for (size_t j = 0; j < k; ++j)
-        if (!s(j)) return Verdict::kFalse;
-    return Verdict::kNearTest;
 }
 
 // Byte gap x - y taken as a signed 32-bit value (negative for overlaps).
@@ -410,6 +453,7 @@ CTextParser::CTextParser()
       m_hMVRDRAP(nullptr),
       m_fCertainty(0.8f),
       m_nTablesGeneration(0),
+      m_bTextNormalised(false),
       m_pHintDat(nullptr) {}
 
 CTextParser::~CTextParser() {
@@ -584,14 +628,17 @@ struct CTextParser::CIndex {
     std::vector<std::pair<int, int>> vIncs[2];  // (slot, times) raised per occurrence
 
     // Sub-rules.
-    std::vector<int> viSubKeyBegin, viSubKeySlot;                // slot per keyword position, or -1
-    std::vector<char> vcSubKind;                                 // MetadataKind
+    std::vector<int> viSubKeyBegin, viSubKeySlot;  // slot per keyword position, or -1
+    std::vector<char> vcSubKind;                   // MetadataKind
+    std::vector<SubRelation> veSubRelation;
     std::vector<char> vbSubDefault;                              // outcome without hits
     std::vector<int> viSubOwnerBegin, viSubOwner;                // rules naming the sub-rule
     std::unordered_map<std::string, std::vector<int>> mMeta[3];  // value -> sub-rules
 
     // Rules.
-    std::vector<char> vbRuleDefault, vbRuleVolatile;
+    std::vector<RuleRelation> veRuleRelation;
+    std::vector<int> viNearDistance;
+    std::vector<char> vbRuleDefault, vbRuleVolatile, vbAlways;
     std::vector<int> viAlways;  // decided and scored on every document (certainty > 0)
     std::vector<int> viRuleClass;
     std::vector<std::string> vsClass, vsNegClass;  // by class number, names ascending
@@ -603,6 +650,7 @@ struct CTextParser::CIndex {
     std::vector<int> viDirtySlots, viDirtySubs, viDirtyRules, viTouchedRules, viCandidates;
     std::vector<float> vfWeight;
     std::vector<int> viWeighted;
+    std::vector<_stScanSpan> vSpans;
 
     void Compile(const CTextParser& t);
     void CompileKeywords(const CTextParser& t);
@@ -610,6 +658,18 @@ struct CTextParser::CIndex {
     void CompileRules(const CTextParser& t);
     void NextStamp();
     int SubSlot(size_t i, size_t j) const { return viSubKeySlot[viSubKeyBegin[i] + j]; }
+
+    // The key number of the keyword that the scan bytes [p, p + n) are, taken
+    // from the handle's hint and confirmed byte for byte; -1 when that fails
+    // or when the keyword must be cut like plain scan text.
+    int KeyOfSpan(const std::vector<int>* pHints, int nHandle, const char* p, size_t n) const {
+        if (pHints == nullptr || nHandle < 0 || static_cast<size_t>(nHandle) >= pHints->size())
+            return -1;
+        const int iKey = (*pHints)[nHandle];
+        if (iKey < 0 || static_cast<size_t>(iKey) >= vpKey.size() || vbRawOnly[iKey]) return -1;
+        const std::string& sKey = *vpKey[iKey];
+        return sKey.size() == n && std::memcmp(sKey.data(), p, n) == 0 ? iKey : -1;
+    }
 };
 
 void CTextParser::CIndex::Compile(const CTextParser& t) {
@@ -681,7 +741,9 @@ void CTextParser::CIndex::CompileSubRules(const CTextParser& t) {
             viSubKeySlot.push_back(
                 cCounts.FindSlot(cCounts.KeyIndex(sKeyword), static_cast<int>(i)));
         viSubKeyBegin.push_back(static_cast<int>(viSubKeySlot.size()));
-        vbSubDefault.push_back(iKind == 0 && DecideSubRule(stSub, zero, nullptr));
+        veSubRelation.push_back(SubRelationOf(stSub.sRelation));
+        vbSubDefault.push_back(iKind == 0 &&
+                               DecideSubRule(veSubRelation.back(), stSub, zero, nullptr));
         if (iKind == 0 || i >= nSubEval) continue;
         for (const std::string& sKeyword : stSub.vsKeyword) {
             std::vector<int>& viSubs = mMeta[iKind - 1][sKeyword];
@@ -703,11 +765,14 @@ void CTextParser::CIndex::CompileRules(const CTextParser& t) {
             return i >= 0 && static_cast<size_t>(i) < nSubEval &&
                    vbSubDefault[static_cast<size_t>(i)];
         };
-        const Verdict v = DecideRelation(stRule.sRelation, stRule.viSubRule.size(), s);
+        veRuleRelation.push_back(RuleRelationOf(stRule.sRelation));
+        viNearDistance.push_back(
+            veRuleRelation.back() == RuleRelation::kNear ? NearDistanceOf(stRule.sRelation) : 0);
+        const Verdict v = DecideRelation(veRuleRelation.back(), stRule.viSubRule.size(), s);
         vbRuleDefault.push_back(v == Verdict::kTrue);
         vbRuleVolatile.push_back(v == Verdict::kNearTest);
-        if (v != Verdict::kFalse || t.m_vstRuleResultInit[r].bSuccess)
-            viAlways.push_back(static_cast<int>(r));
+        vbAlways.push_back(v != Verdict::kFalse || t.m_vstRuleResultInit[r].bSuccess);
+        if (vbAlways.back()) viAlways.push_back(static_cast<int>(r));
         vsClass.push_back(stRule.sClass);
     }
     viSubOwnerBegin.assign(1, 0);
@@ -775,13 +840,15 @@ bool CTextParser::fn_bClassify(_stDoc& d, int iType) {
     x.viTouchedRules.clear();
     m_sText.reserve(d.sTitle.size() + kSeparatorLen + d.sContent.size());
     m_sText.assign(d.sTitle).append(kSeparator).append(d.sContent);
+    m_bTextNormalised = false;
     if (!ScanAndCount()) {
         fn_bResetResult();  // results stay in their reset state
         return false;
     }
     DecideMetadata(d);
     DecideTouchedSubRules();
-    fn_vGetClassification(DecideAndScoreRules(), iType);
+    std::vector<_stResult> vstResult = DecideAndScoreRules();  // the class weight map, in order
+    AppendResults(vstResult, iType);
     return true;
 }
 
@@ -836,9 +903,20 @@ void CTextParser::PrimeSubRuleDefaults() {
 // False when the output holds no separator (nothing is counted then).
 bool CTextParser::ScanAndCount() {
     if (m_pDat == nullptr) return false;
-    const char* sScan = m_pDat->MMFullScan(m_sText.c_str());
+    CIndex& x = *m_pIndex;
+    m_pDat->MMFullScanSpans(m_sText.c_str(), x.vSpans);
+    const std::vector<int>* pHints = m_pHintDat == m_pDat ? &m_viHandleKey : nullptr;
+    const char* pText = m_sText.data();
     bool bInContent = false;
-    CountBytes(sScan, std::strlen(sScan), bInContent);
+    for (const _stScanSpan& stSpan : x.vSpans) {
+        const char* p = pText + stSpan.iStart;
+        const size_t n = static_cast<size_t>(stSpan.nLen);
+        const int iKey = x.KeyOfSpan(pHints, stSpan.nHandle, p, n);
+        if (iKey >= 0)
+            CountKeyword(iKey, bInContent);
+        else
+            CountBytes(p, n, bInContent);
+    }
     return bInContent;
 }
 
@@ -943,9 +1021,19 @@ bool CTextParser::DoSubRule(int i, const CIndex* pIndex) {
     if (i < 0 || static_cast<size_t>(i) >= m_vstSubRules.size() ||
         static_cast<size_t>(i) >= m_vstSubRuleResult.size())
         return false;
+    const _stSubRule& stSub = m_vstSubRules[i];
+    std::string* pHit = &m_vstSubRuleResult[i].sHitWord;
+    if (pIndex == nullptr)
+        return DecideSubRule(
+            SubRelationOf(stSub.sRelation), stSub,
+            [&](size_t j) {
+                return m_msvWordRule.count(stSub.vsKeyword[j], static_cast<size_t>(i));
+            },
+            pHit);
+    const int* pSlot = &pIndex->viSubKeySlot[pIndex->viSubKeyBegin[i]];
     return DecideSubRule(
-        m_vstSubRules[i], [&](size_t j) { return CountOf(pIndex, i, j); },
-        &m_vstSubRuleResult[i].sHitWord);
+        pIndex->veSubRelation[i], stSub,
+        [&](size_t j) { return pSlot[j] < 0 ? 0 : m_msvWordRule.SlotValue(pSlot[j]); }, pHit);
 }
 
 // count(keyword j of sub-rule i, i) through the index's slots, or by lookup
@@ -964,6 +1052,7 @@ int CTextParser::CountOf(const CIndex* pIndex, int i, size_t j) const {
 // ======================================================================
 
 bool CTextParser::fn_bDoRule(int iRuleId) {
+    m_bTextNormalised = false;  // the caller may have set m_sText
     return DoRule(iRuleId, IndexIsCurrent() ? m_pIndex.get() : nullptr);
 }
 
@@ -975,11 +1064,14 @@ bool CTextParser::DoRule(int r, const CIndex* pIndex) {
         const int i = stRule.viSubRule[j];
         return i >= 0 && static_cast<size_t>(i) < nEval && m_vstSubRuleResult[i].bSuccess;
     };
-    switch (DecideRelation(stRule.sRelation, stRule.viSubRule.size(), s)) {
+    const RuleRelation eRel = pIndex ? pIndex->veRuleRelation[r] : RuleRelationOf(stRule.sRelation);
+    switch (DecideRelation(eRel, stRule.viSubRule.size(), s)) {
         case Verdict::kTrue:
             return true;
         case Verdict::kNearTest:
-            return NearTest(stRule, pIndex);
+            return NearTest(stRule,
+                            pIndex ? pIndex->viNearDistance[r] : NearDistanceOf(stRule.sRelation),
+                            pIndex);
         default:
             return false;
     }
@@ -988,15 +1080,16 @@ bool CTextParser::DoRule(int r, const CIndex* pIndex) {
 // The NEAR<d> test, all sub-rules having held: every pair of non-NOT
 // sub-rules must have keywords within d bytes of each other in m_sText,
 // which is normalised first (separator -> 20 blanks, line feed -> 10).
-bool CTextParser::NearTest(const _stRule& stRule, const CIndex* pIndex) {
-    std::string sDistance = stRule.sRelation;
-    gfn_vReplaceSubstr(sDistance, "NEAR", "");
-    const int nDistance = AtoiLike(sDistance.c_str());
-    gfn_vReplaceSubstr(m_sText, kSeparator, "\n\n");
-    gfn_vReplaceSubstr(m_sText, "\n", "          ");
+bool CTextParser::NearTest(const _stRule& stRule, int nDistance, const CIndex* pIndex) {
+    if (!m_bTextNormalised) {  // once per document: a second pass would change nothing
+        gfn_vReplaceSubstr(m_sText, kSeparator, "\n\n");
+        gfn_vReplaceSubstr(m_sText, "\n", "          ");
+        m_bTextNormalised = true;
+    }
     auto isNot = [&](int i) {
-        return i < 0 || static_cast<size_t>(i) >= m_vstSubRules.size() ||
-               m_vstSubRules[i].sRelation == "NOT";
+        if (i < 0 || static_cast<size_t>(i) >= m_vstSubRules.size()) return true;
+        return pIndex ? pIndex->veSubRelation[i] == SubRelation::kNot
+                      : m_vstSubRules[i].sRelation == "NOT";
     };
     const std::vector<int>& viSub = stRule.viSubRule;
     for (size_t a = 0; a + 1 < viSub.size(); ++a) {
@@ -1024,31 +1117,37 @@ bool CTextParser::NearPair(int a, int b, int nDistance, const CIndex* pIndex) {
     return false;
 }
 
-// Decides and scores the rules in index order. With a positive certainty
-// only rules that can fire are visited: those touched by this document and
-// those that hold (or need the NEAR test) without hits; every other rule is
-// false and would be skipped. Returns the class weights.
-std::map<std::string, float> CTextParser::DecideAndScoreRules() {
+// Decides and scores the rules in index order and returns the class weights
+// as results in class-name order. With a positive certainty only rules that
+// can fire are visited: those touched by this document and those that hold
+// (or need the NEAR test) without hits; every other rule is false and would
+// be skipped. Few touched rules are sorted and merged with the latter; many
+// are picked out by one pass over the rule flags.
+std::vector<_stResult> CTextParser::DecideAndScoreRules() {
     CIndex& x = *m_pIndex;
-    x.viCandidates.clear();
-    if (m_fCertainty > 0) {
-        std::sort(x.viTouchedRules.begin(), x.viTouchedRules.end());
-        std::set_union(x.viTouchedRules.begin(), x.viTouchedRules.end(), x.viAlways.begin(),
-                       x.viAlways.end(), std::back_inserter(x.viCandidates));
-    } else {
-        for (size_t r = 0; r < x.nRuleEval; ++r) x.viCandidates.push_back(static_cast<int>(r));
-    }
-    x.viTouchedRules.clear();
-    x.viWeighted.clear();
-    for (int r : x.viCandidates) {
+    const bool bFiredOnly = m_fCertainty > 0;
+    auto visit = [&](int r) {
         const bool bDecide = x.vnRuleStamp[r] == x.nStamp || x.vbRuleVolatile[r];
         ScoreRule(r, bDecide ? DoRule(r, &x) : x.vbRuleDefault[r] != 0);
         x.viDirtyRules.push_back(r);
+    };
+    x.viWeighted.clear();
+    if (bFiredOnly && x.viTouchedRules.size() * 8 < x.nRuleEval) {
+        std::sort(x.viTouchedRules.begin(), x.viTouchedRules.end());
+        x.viCandidates.clear();
+        std::set_union(x.viTouchedRules.begin(), x.viTouchedRules.end(), x.viAlways.begin(),
+                       x.viAlways.end(), std::back_inserter(x.viCandidates));
+        for (int r : x.viCandidates) visit(r);
+    } else {
+        for (int r = 0; static_cast<size_t>(r) < x.nRuleEval; ++r)
+            if (!bFiredOnly || x.vbAlways[r] || x.vnRuleStamp[r] == x.nStamp) visit(r);
     }
-    std::sort(x.viWeighted.begin(), x.viWeighted.end());
-    std::map<std::string, float> msfWeight;
-    for (int c : x.viWeighted) msfWeight.emplace_hint(msfWeight.end(), x.vsClass[c], x.vfWeight[c]);
-    return msfWeight;
+    x.viTouchedRules.clear();
+    std::sort(x.viWeighted.begin(), x.viWeighted.end());  // class numbers follow name order
+    std::vector<_stResult> vstResult;
+    vstResult.reserve(x.viWeighted.size());
+    for (int c : x.viWeighted) vstResult.push_back(_stResult{x.vsClass[c], x.vfWeight[c]});
+    return vstResult;
 }
 
 // Records rule r's outcome and, when it scores at least m_fCertainty,
@@ -1088,9 +1187,15 @@ void CTextParser::fn_vGetClassification(std::map<std::string, float> msfOutputRe
     std::vector<_stResult> vstResult;
     vstResult.reserve(msfOutputResult.size());
     for (const auto& kv : msfOutputResult) vstResult.push_back(_stResult{kv.first, kv.second});
+    AppendResults(vstResult, iType);
+}
+
+// Sorts results given in class-name order by weight (stably), applies the
+// automatic selection for a negative certainty and appends the result text.
+void CTextParser::AppendResults(std::vector<_stResult>& vstResult, int iType) {
     std::stable_sort(vstResult.begin(), vstResult.end(), CClasLess());
     size_t nKeep = vstResult.size();
-    if (m_fCertainty < 0 && nKeep > 1) {  // automatic selection: at most three
+    if (m_fCertainty < 0 && nKeep > 1) {  // at most three
         nKeep = 1;
         for (size_t i = 1; i <= 2 && i < vstResult.size(); ++i) {
             const float w0 = vstResult[i - 1].fWeight, w1 = vstResult[i].fWeight;
@@ -1098,14 +1203,14 @@ void CTextParser::fn_vGetClassification(std::map<std::string, float> msfOutputRe
             nKeep = i + 1;
         }
     }
+    if (iType != 0 && iType != 1) return;
     for (size_t i = 0; i < nKeep; ++i) {
-        if (iType == 0) {
-            m_sClassifyResult.append(vstResult[i].sClassName).append("\t");
-        } else if (iType == 1) {
-            m_sClassifyResult.append(vstResult[i].sClassName).append(" ");
+        m_sClassifyResult.append(vstResult[i].sClassName);
+        if (iType == 1) {
+            m_sClassifyResult.append(1, ' ');
             AppendFixed4(m_sClassifyResult, vstResult[i].fWeight);
-            m_sClassifyResult.append("\t");
         }
+        m_sClassifyResult.append(1, '\t');
     }
 }
 

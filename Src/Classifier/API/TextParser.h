@@ -13,11 +13,14 @@
 // Data members are public, as the library's API and tests read them; after
 // every call they hold exactly what the method contracts below say. The
 // per-document tables are kept incrementally: fn_bClassify restores only what
-// the previous document changed, so it relies on these tables being written
-// by the engine's own methods only (fPerfectVSMSim of the rules, which
-// classifier_setsimthresh rewrites, is read afresh for every document). Code
+// the previous document changed, so it relies on the tables being written by
+// the engine's own methods only. Exceptions: the weights and thresholds of
+// the rules (fEffecValue, fPerfectVSMSim - which classifier_setsimthresh
+// rewrites -, fImPerfectVSMSim) and m_fCertainty are read afresh for every
+// document, and hand-made counts (CWordRuleCounts::Set) are noticed. Code
 // that writes m_vstSubRuleResult or m_vstRuleResult by hand calls
-// fn_bResetResult before the next fn_bClassify.
+// fn_bResetResult before the next fn_bClassify; the clean copies are the
+// loader's (all counts 0, all results false and empty).
 //
 // Ownership: the engine owns m_pDat (created by fn_bInit, destroyed by
 // fn_vClear, by a later fn_bInit and by the destructor). Not copyable.
@@ -200,7 +203,8 @@ class CTextParser {
     // ---- Classification ----
 
     // Classifies d (GBK) into m_sClassifyResult (iType 0: "<class>\t" per
-    // class; 1: "<class> <weight %.4f>\t"; other: ""). Leaves m_sText, the
+    // class; 1: "<class> <weight %.4f>\t"; other: ""). Leaves m_sText (as
+    // rewritten by a NEAR test: separator -> 20 blanks, line feed -> 10), the
     // counts and the sub-rule and rule results of d for fn_vGetDetail.
     // Returns true, also when nothing fires. False when the scan finds no
     // separator (no dictionary, or a title so dense with keywords that the
@@ -280,16 +284,18 @@ class CTextParser {
     void TouchSubRule(int i);
     void DecideMetadata(const _stDoc& d);
     void DecideTouchedSubRules();
-    std::map<std::string, float> DecideAndScoreRules();
+    std::vector<_stResult> DecideAndScoreRules();
+    void AppendResults(std::vector<_stResult>& vstResult, int iType);
     void ScoreRule(int r, bool bFired);
     bool DoSubRule(int i, const CIndex* pIndex);
     bool DoRule(int r, const CIndex* pIndex);
-    bool NearTest(const _stRule& stRule, const CIndex* pIndex);
+    bool NearTest(const _stRule& stRule, int nDistance, const CIndex* pIndex);
     bool NearPair(int a, int b, int nDistance, const CIndex* pIndex);
     int CountOf(const CIndex* pIndex, int iSubRule, size_t iKeyword) const;
 
     std::unique_ptr<CIndex> m_pIndex;   // null until the first classification
     unsigned long m_nTablesGeneration;  // advanced by every load and fn_vClear
+    bool m_bTextNormalised;             // NEAR's rewrite of m_sText is done
     std::vector<int> m_viHandleKey;     // dictionary handle -> key number hint
     const CPDAT* m_pHintDat;            // dictionary m_viHandleKey belongs to
 };
