@@ -8,12 +8,19 @@
 //                   sources have several targets and some pairs repeat);
 //   map_files       Save and Load of that map;
 //   wordlist_files  AddWordComplete, Save and Load of a scrambled word list
-//                   of --words texts (default 350,000) of 2 to 4 GBK characters.
+//                   of --words texts (default 350,000) of 2 to 4 GBK characters;
+//   dict_files      Save and Load of the dictionary (mode 0) of every word in
+//                   DIR/words_all.txt (about 350,000 GBK words);
+//   dict_segment    MMSegment of DIR/prose.txt (GBK, about 10 MB) with that
+//                   dictionary, in one call, with handles kept for every
+//                   segment (as the translator calls it), in MB/s.
 // Every timing is the fastest of --repeat runs (default 3). Files go to a
 // temporary directory that is removed at the end. MapComplete's own line on
 // standard output is suppressed while it is timed.
 //
-// Usage: bench_resources [--repeat N] [--pairs N] [--words N] [--only NAME]
+// DIR is --data (default bench/data, written by bench/make_data.sh).
+//
+// Usage: bench_resources [--repeat N] [--pairs N] [--words N] [--data DIR] [--only NAME]
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -22,12 +29,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "IDMaps.h"
+#include "PDAT.h"
 #include "WordList.h"
 
 namespace {
@@ -42,6 +53,7 @@ struct Options {
     int nPairs = 500000;
     int nWords = 350000;
     std::string sOnly;
+    std::string sData = "bench/data";
     std::string sDir;  // temporary directory for files
 };
 
@@ -179,15 +191,75 @@ void MeasureWordListFiles(const Options& opt) {
     Report("word list: Load (" + sWhat + ")", fLoadMs);
 }
 
+std::string ReadData(const Options& opt, const char* sName) {
+    const std::string sPath = opt.sData + "/" + sName;
+    std::ifstream in(sPath, std::ios::binary);
+    if (!in) Fail("cannot read " + sPath + " (run bench/make_data.sh)");
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// The mode-0 dictionary of every line of words_all.txt; reports its build.
+std::unique_ptr<CPDAT> BuildWordsDict(const Options& opt) {
+    const std::string sWords = ReadData(opt, "words_all.txt");
+    auto pDict = std::make_unique<CPDAT>(0);
+    const double fMs = BestMs(1, [&] {
+        size_t nStart = 0;
+        for (size_t nEnd; (nEnd = sWords.find('\n', nStart)) != std::string::npos;
+             nStart = nEnd + 1)
+            pDict->AddWord(sWords.substr(nStart, nEnd - nStart).c_str(), false);
+        pDict->AddWordComplete();
+    });
+    Report("dictionary: build (" + std::to_string(pDict->GetItemCount()) + " words, mode 0)", fMs);
+    return pDict;
+}
+
+void MeasureDictFiles(const Options& opt) {
+    std::unique_ptr<CPDAT> pDict = BuildWordsDict(opt);
+    const std::string sPath = opt.sDir + "/bench.pdat";
+    const double fSaveMs = BestMs(opt.nRepeat, [&] {
+        if (!pDict->Save(sPath.c_str())) Fail("cannot save " + sPath);
+    });
+    const double fLoadMs = BestMs(opt.nRepeat, [&] {
+        CPDAT loaded(0);
+        if (!loaded.Load(sPath.c_str())) Fail("cannot load " + sPath);
+        g_nSink = g_nSink + loaded.GetLowerBound();
+    });
+    const std::string sSize = std::to_string(std::filesystem::file_size(sPath) / 1024) + " KiB";
+    Report("dictionary: Save (" + sSize + ")", fSaveMs);
+    Report("dictionary: Load (" + sSize + ")", fLoadMs);
+}
+
+void MeasureDictSegment(const Options& opt) {
+    std::unique_ptr<CPDAT> pDict = BuildWordsDict(opt);
+    const std::string sProse = ReadData(opt, "prose.txt");
+    int* pHandles = nullptr;
+    char* pResult = nullptr;
+    int nHandleCap = 0, nResultCap = 0;
+    pDict->MMSegment(sProse.c_str(), &pHandles, &nHandleCap, &pResult, &nResultCap, false, true, -1,
+                     '\t');  // sizes the buffers once, as a reused caller buffer is
+    const double fMs = BestMs(opt.nRepeat, [&] {
+        g_nSink = g_nSink + pDict->MMSegment(sProse.c_str(), &pHandles, &nHandleCap, &pResult,
+                                             &nResultCap, false, true, -1, '\t');
+    });
+    std::free(pHandles);
+    std::free(pResult);
+    const double fMb = static_cast<double>(sProse.size()) / 1e6;
+    std::printf(
+        "  %-56s %10.1f MB/s\n",
+        ("dictionary: MMSegment of prose (" + std::to_string(sProse.size() / 1024) + " KiB)")
+            .c_str(),
+        fMb / (fMs / 1000.0));
+}
+
 struct Measurement {
     const char* sName;
     void (*pfnRun)(const Options&);
 };
 
 const Measurement kMeasurements[] = {
-    {"map_complete", MeasureMapComplete},
-    {"map_files", MeasureMapFiles},
-    {"wordlist_files", MeasureWordListFiles},
+    {"map_complete", MeasureMapComplete},     {"map_files", MeasureMapFiles},
+    {"wordlist_files", MeasureWordListFiles}, {"dict_files", MeasureDictFiles},
+    {"dict_segment", MeasureDictSegment},
 };
 
 // ---- driver -----------------------------------------------------------------------
@@ -197,7 +269,9 @@ Options ParseOptions(int argc, char** argv) {
     for (int i = 1; i < argc; i += 2) {
         const std::string sArg = argv[i];
         if (i + 1 >= argc)
-            Fail("usage: bench_resources [--repeat N] [--pairs N] [--words N] [--only NAME]");
+            Fail(
+                "usage: bench_resources [--repeat N] [--pairs N] [--words N] [--data DIR] "
+                "[--only NAME]");
         const char* pValue = argv[i + 1];
         if (sArg == "--repeat")
             opt.nRepeat = std::max(1, std::atoi(pValue));
@@ -205,6 +279,8 @@ Options ParseOptions(int argc, char** argv) {
             opt.nPairs = std::max(1, std::atoi(pValue));
         else if (sArg == "--words")
             opt.nWords = std::max(1, std::atoi(pValue));
+        else if (sArg == "--data")
+            opt.sData = pValue;
         else if (sArg == "--only")
             opt.sOnly = pValue;
         else

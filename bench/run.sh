@@ -7,8 +7,9 @@
 #   engine  bench_engine: rule list load, memory and classification speed
 #           with generated lists of 100 and 1,000 rules (options --rules N,N,
 #           --min-time S, --max-time S, --doc-bytes N, --data DIR, --keep);
-#   resources  bench_resources: id map completion, map and word list
-#           save/load (options --repeat N, --pairs N, --words N, --only NAME);
+#   resources  bench_resources: id map completion, map, word list and
+#           dictionary save/load, dictionary segmentation (options --repeat N,
+#           --pairs N, --words N, --data DIR, --only NAME);
 #   all     all three in that order, with their default options (the default).
 # Usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options]]
 set -euo pipefail

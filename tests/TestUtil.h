@@ -1,16 +1,33 @@
 // TestUtil.h - small helpers shared by the test binaries.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string>
+#include <vector>
+
+#include "Global.h"
+#include "PDAT.h"
 
 namespace qxtest {
+
+inline void WriteBytes(const std::string& path, const std::string& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+inline std::string ReadBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
 
 // A fresh directory under $TMPDIR (or /tmp), removed with its contents on
 // destruction. Tests write here, never into the source tree.
@@ -31,20 +48,15 @@ class TempDir {
 
     const std::string& path() const { return m_path; }
     std::string file(const std::string& name) const { return m_path + "/" + name; }
+    // Writes bytes to file(name) and returns that path.
+    std::string write(const std::string& name, const std::string& bytes) const {
+        WriteBytes(file(name), bytes);
+        return file(name);
+    }
 
   private:
     std::string m_path;
 };
-
-inline void WriteBytes(const std::string& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-inline std::string ReadBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 // Runs fn with standard output captured; returns what it printed.
 template <typename Fn>
@@ -63,5 +75,88 @@ std::string CaptureStdout(Fn fn) {
     unlink(path);
     return out;
 }
+
+// Bytes from hex digits; blanks are skipped ("0200 FF" -> 02 00 FF).
+inline std::string FromHex(const std::string& sHex) {
+    std::string sOut;
+    for (size_t i = 0; i + 1 < sHex.size(); ++i)
+        if (sHex[i] != ' ') sOut += static_cast<char>(std::stoi(sHex.substr(i++, 2), nullptr, 16));
+    return sOut;
+}
+
+// A completed dictionary of the given words (handles in insertion order).
+inline std::unique_ptr<CPDAT> MakeDict(const std::vector<std::string>& vecWords) {
+    auto pDict = std::make_unique<CPDAT>(0);
+    for (const std::string& w : vecWords) pDict->AddWord(w.c_str(), false);
+    pDict->AddWordComplete();
+    return pDict;
+}
+
+// GBK sample words (the characters in the comments).
+namespace gbk {
+inline const std::string kNiHao = "\xC4\xE3\xBA\xC3";       // 你好
+inline const std::string kSport = "\xCC\xE5\xD3\xFD";       // 体育
+inline const std::string kFootball = "\xD7\xE3\xC7\xF2";    // 足球
+inline const std::string kBasketball = "\xC0\xBA\xC7\xF2";  // 篮球
+}  // namespace gbk
+
+// The clock of ScopedLog; tests may move it.
+inline time_t g_tNow = 0;
+inline constexpr time_t kFixedTime = 1795340096;  // 2026-11-22 09:34:56 UTC
+inline constexpr char kUntouched[] = "untouched";
+
+// The library's log state for one scope: logging set to bLog, log files in a
+// fresh directory, stamped at g_tNow (kFixedTime, in UTC); the last-error
+// text starts as kUntouched so a test can tell whether anything reported.
+// Clock, log path and switch are restored on destruction.
+class ScopedLog {
+  public:
+    explicit ScopedLog(unsigned char bLog = 1) : m_sOldPath(g_sLogPath), m_nOldLog(g_bLog) {
+        setenv("TZ", "UTC", 1);
+        tzset();
+        g_tNow = kFixedTime;
+        m_pfnOldClock = SetLogClock([] { return g_tNow; });
+        g_sLogPath = m_dir.path();
+        g_bLog = bLog;
+        g_sLastErrorMessage = kUntouched;
+    }
+    ~ScopedLog() {
+        SetLogClock(m_pfnOldClock);
+        g_sLogPath = m_sOldPath;
+        g_bLog = m_nOldLog;
+    }
+    // The ".log" or ".err" file of kFixedTime's day.
+    std::string DayFile(const char* sExt) const {
+        return ReadBytes(m_dir.file(std::string("20261122") + sExt));
+    }
+
+  private:
+    TempDir m_dir;
+    std::string m_sOldPath;
+    unsigned char m_nOldLog;
+    LogClock m_pfnOldClock = nullptr;
+};
+
+// Changes the working directory for one scope.
+class ScopedCwd {
+  public:
+    explicit ScopedCwd(const std::string& sDir) : m_old(std::filesystem::current_path()) {
+        std::filesystem::current_path(sDir);
+    }
+    ~ScopedCwd() {
+        std::error_code ec;
+        std::filesystem::current_path(m_old, ec);
+    }
+
+  private:
+    std::filesystem::path m_old;
+};
+
+// Fixture: a ScopedLog and a data directory for files the test writes.
+class SandboxTest : public ::testing::Test {
+  protected:
+    ScopedLog m_log;
+    TempDir m_dir;
+};
 
 }  // namespace qxtest

@@ -1222,18 +1222,6 @@ int CPDAT::GetLowerBound() const {
     return m_nLowerBound;
 }
 
-bool CPDAT::Load(const char*) {
-    return false;
-}
-
-bool CPDAT::Save(const char*) {
-    return false;
-}
-
-int CPDAT::Import(const char*, CPDAT*) {
-    return 0;
-}
-
 int CPDAT::AddTrie(const char*) {
     return 1;
 }

@@ -118,10 +118,24 @@ class CPDAT {
     // space (space, tab, CR, LF) matches one space. Empty text: -1.
     virtual int Find(const char* word, unsigned int len) const;
 
-    // Dictionary files. File support is not built in: Load and Save return
-    // false, Import returns 0, and the dictionary is left unchanged.
+    // ---- Dictionary files (PDATFile.cpp) ----
+
+    // Replaces this dictionary by the binary file at path (name converted with
+    // GetAnsiFilename; a changed name is logged as "Changed utf-8 file name "
+    // + path). The mode comes from the file; the result is completed and
+    // read-only. False when the file cannot be opened ("Fail read file " + name)
+    // or its size, lower bound, character map or mode do not fit together
+    // ("Cannot load dictionary <name>: <reason>"); the object is then unchanged.
     virtual bool Load(const char* path);
+    // Writes the binary file (path as given): character map, lower bound, item
+    // count, cells 0..GetLowerBound() (none for an empty dictionary), mode.
+    // False, without a message, when the file cannot be created or written.
     virtual bool Save(const char* path);
+    // Builds this dictionary from a text file, one entry a line (see
+    // PDATFile.cpp), leaving out words pExclude (may be null) finds; writes
+    // the normalised entries to path + "_export.txt" and prints a progress
+    // line to stdout at every hundredth word. Returns GetItemCount(), or 0
+    // (dictionary untouched) if either file cannot be opened.
     virtual int Import(const char* path, CPDAT* pExclude);
 
     virtual ~CPDAT();
@@ -130,6 +144,36 @@ class CPDAT {
     virtual int AddTrie(const char* path);
     // Does nothing.
     virtual void GetPos(char* text, int len);
+
+    // Writes every word, one a line, in cell order: each cell with a handle
+    // >= 0 and base < 0 (so a childless one-character word in cell 0, whose
+    // base is 0, is left out), spelled back through its parents. A word that
+    // does not look up to its own handle is still written, and logged with
+    // " handle error". Characters are spelled only over the raw codes from
+    // the highest to the lowest ever counted: all codes for a fresh object
+    // that loaded its cells, none (empty lines) for a dictionary built in
+    // this object. False if the file cannot be created.
+    bool Export(const char* path);
+
+    // Forward maximum matching of text (null reads as empty): each segment
+    // followed by sep goes to *result; with handles, the segments' handles
+    // go to *handles (every segment, -1 for a non-word, when bKeepUnknown;
+    // else dictionary words only). Both are caller-owned malloc'd buffers
+    // (or null) of *resultCap bytes / *handleCap ints, grown with realloc
+    // to 6 * len + 1 bytes / len + 2 ints when smaller. maxLen >= 1 caps a
+    // candidate's walk at maxLen bytes past its start. The unnamed flag is
+    // ignored. Returns the number of handles written; 0 (buffers untouched)
+    // when result or resultCap is null or memory runs out.
+    int MMSegment(const char* text, int** handles, int* handleCap, char** result, int* resultCap,
+                  bool, bool bKeepUnknown, int maxLen, char sep);
+    // The same without handles, into the dictionary's own buffer; returns it
+    // (valid until the next scan or segmentation; "" when memory runs out).
+    char* MMSegment(const char* text, int maxLen, char sep);
+    // Segments the file inPath with tab separators into outPath (the result
+    // and "\n"). Returns thousands of input bytes per second of segmentation
+    // (process clock), or 0 when nothing could be read or outPath cannot be
+    // created.
+    float FileSegment(const char* inPath, const char* outPath);
 
     // ---- Construction ----
 
@@ -256,6 +300,12 @@ class CPDAT {
     void SetState(LayoutWork& work, trie_elem* pElem);
 
     int LastCell() const;
+
+    // The segmentation loop of MMSegment over len bytes of s into out (room
+    // for 2 * len + 1 bytes) and, when non-null, handles (len + 1 ints).
+    // Returns the handle count; *pOut gets the bytes written (no NUL).
+    int SegmentInto(const unsigned char* s, int len, int* handles, char* out, bool bKeepUnknown,
+                    int maxLen, char sep, int* pOut) const;
 
     struct ScanIndex;  // the byte-mode full scan's copy of the cells (see PDAT.cpp)
     // Drops the scan index; the next full scan builds it again. Called

@@ -1,0 +1,525 @@
+// PDATFile.cpp - the dictionary's files (binary save and load, text import
+// and export) and its segmentation by forward maximum matching.
+//
+// Binary dictionary file, every integer 32-bit in native byte order
+// (little-endian on the platforms served), no magic, version or checksum;
+// B is the lower bound:
+//
+//   offset              size          field
+//   0                   262144        character map: 65536 ints, raw code -> dense
+//                                     code, -1 for an unused code
+//   262144              4             lower bound B (signed, >= 0)
+//   262148              4             item count (unsigned)
+//   262152              12 * (B + 1)  cells 0..B: base, check, handle (signed)
+//   262152 + 12(B + 1)  4             mode (0, 1 or 2)
+//
+// So a file is exactly 262156 + 12 * (B + 1) bytes; an empty dictionary (no
+// cells at all) is written as 262156 bytes with B = 0. Load checks the size
+// against B, that every dense code lies in -1..65535 and the mode is known,
+// reading the map, the header and the cells in a few bulk reads into local
+// owners that replace the object's state only once all is well. Cell
+// contents are not checked: every walk bounds its indices by the lower bound,
+// so any cell values are safe to read.
+//
+// Import text: one entry a line (lines of up to 3072 bytes). The line's first
+// white-space-delimited token decides: none, and the line is skipped; a token
+// starting with '[' (after a UTF-8 byte-order mark) takes the line from its
+// first '[' up to, not including, its first ']' (or the line end), so the
+// entry keeps its '[' and may hold spaces; else the token itself. Every '_'
+// of an entry becomes ' '.
+//
+// Segmentation walks the cells from each start, remembering one candidate
+// (the last word end reached, or the first character alone); on a failed or
+// unknown character it writes the candidate and goes on right after it, so
+// at most the bytes of one candidate's walk are read twice. Segments are
+// consecutive, each at most its own bytes plus the separator, so the output
+// never exceeds 2 * len + 1 bytes and the handles len entries.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "Global.h"
+#include "PDAT.h"
+#include "global_linux.h"
+
+namespace {
+
+using FilePtr = std::unique_ptr<FILE, decltype(&std::fclose)>;
+
+constexpr int kCodes = 65536;
+constexpr int64_t kMapBytes = 4 * int64_t{kCodes};
+constexpr int64_t kEmptyFileBytes = kMapBytes + 12;  // map, bound, count, mode
+constexpr int kLineBytes = 3072;
+constexpr int kMaxSegmentLen = (INT_MAX - 1) / 6;  // keeps 6 * len + 1 in an int
+
+struct FreeCells {
+    void operator()(state* p) const { std::free(p); }
+};
+
+std::string NameOf(const char* sPath) {
+    return sPath ? sPath : "(null)";
+}
+
+FilePtr OpenFile(const char* sPath, const char* sMode) {
+    return FilePtr(sPath ? std::fopen(sPath, sMode) : nullptr, &std::fclose);
+}
+
+bool WriteAll(FILE* fp, const void* pData, size_t nBytes) {
+    return nBytes == 0 || std::fwrite(pData, 1, nBytes, fp) == nBytes;
+}
+
+bool ReadAll(FILE* fp, void* pDst, size_t nBytes) {
+    return nBytes == 0 || std::fread(pDst, 1, nBytes, fp) == nBytes;
+}
+
+// ---- Loading ----------------------------------------------------------------------
+
+// The content of a dictionary file, checked.
+struct LoadedDict {
+    std::unique_ptr<int[]> pCharset;  // kCodes entries
+    int32_t nLowerBound = 0;
+    uint32_t nItemCount = 0;
+    std::unique_ptr<state, FreeCells> pCells;  // nLowerBound + 1 cells, or null
+    int32_t nMode = 0;
+};
+
+int64_t FileSize(FILE* fp, std::string& sWhy) {
+    struct stat st;
+    if (fstat(fileno(fp), &st) != 0 || !S_ISREG(st.st_mode)) {
+        sWhy = "not a regular file";
+        return -1;
+    }
+    return st.st_size;
+}
+
+// The number of cells a file of nFile bytes with bound B holds (0 or B + 1),
+// or -1 with sWhy when the two do not fit together.
+int64_t CellCount(int64_t nFile, int32_t nBound, std::string& sWhy) {
+    if (nBound < 0) {
+        sWhy = "negative lower bound " + std::to_string(nBound);
+        return -1;
+    }
+    if (nFile == kEmptyFileBytes && nBound == 0) return 0;
+    const int64_t nCells = int64_t{nBound} + 1;
+    if (kEmptyFileBytes + 12 * nCells != nFile) {
+        sWhy = "lower bound " + std::to_string(nBound) + " needs " +
+               std::to_string(kEmptyFileBytes + 12 * nCells) + " bytes, the file has " +
+               std::to_string(nFile);
+        return -1;
+    }
+    return nCells;
+}
+
+bool CheckCharset(const int* pCharset, std::string& sWhy) {
+    for (int c = 0; c < kCodes; ++c) {
+        if (pCharset[c] < -1 || pCharset[c] >= kCodes) {
+            sWhy =
+                "character " + std::to_string(c) + " has dense code " + std::to_string(pCharset[c]);
+            return false;
+        }
+    }
+    return true;
+}
+
+// Reads and checks the whole file; sWhy says what does not fit.
+bool ReadDict(FILE* fp, LoadedDict& d, std::string& sWhy) {
+    const int64_t nFile = FileSize(fp, sWhy);
+    if (nFile < 0) return false;
+    if (nFile < kEmptyFileBytes) {
+        sWhy = "file of " + std::to_string(nFile) + " bytes is shorter than the " +
+               std::to_string(kEmptyFileBytes) + " bytes of an empty dictionary";
+        return false;
+    }
+    d.pCharset.reset(new (std::nothrow) int[kCodes]);
+    if (!d.pCharset) {
+        sWhy = "out of memory";
+        return false;
+    }
+    if (!ReadAll(fp, d.pCharset.get(), kMapBytes) || !ReadAll(fp, &d.nLowerBound, 4) ||
+        !ReadAll(fp, &d.nItemCount, 4)) {
+        sWhy = "cannot read the character map";
+        return false;
+    }
+    const int64_t nCells = CellCount(nFile, d.nLowerBound, sWhy);
+    if (nCells < 0 || !CheckCharset(d.pCharset.get(), sWhy)) return false;
+    const size_t nCellBytes = sizeof(state) * static_cast<size_t>(nCells);
+    if (nCells > 0) {
+        d.pCells.reset(static_cast<state*>(std::malloc(nCellBytes)));
+        if (!d.pCells) {
+            sWhy = "out of memory for " + std::to_string(nCells) + " cells";
+            return false;
+        }
+    }
+    if (!ReadAll(fp, d.pCells.get(), nCellBytes) || !ReadAll(fp, &d.nMode, 4)) {
+        sWhy = "cannot read the cells";
+        return false;
+    }
+    if (d.nMode < 0 || d.nMode > 2) {
+        sWhy = "unknown mode " + std::to_string(d.nMode);
+        return false;
+    }
+    return true;
+}
+
+// ---- Import and export --------------------------------------------------------------
+
+bool IsBlank(unsigned char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+}
+
+// The entry of one import line (see the top of the file); false for a line
+// without a token.
+bool ParseEntry(const char* sLine, std::string& sEntry) {
+    const char* p = sLine;
+    while (IsBlank(static_cast<unsigned char>(*p))) ++p;
+    if (!*p) return false;
+    if (std::strncmp(p, "\xEF\xBB\xBF", 3) == 0) p += 3;
+    if (*p == '[') {
+        const char* pOpen = std::strchr(sLine, '[');
+        const char* pClose = std::strchr(pOpen, ']');
+        if (!pClose) {
+            pClose = pOpen + std::strlen(pOpen);
+            while (pClose > pOpen && (pClose[-1] == '\n' || pClose[-1] == '\r')) --pClose;
+        }
+        sEntry.assign(pOpen, pClose);
+    } else {
+        const char* pEnd = p;
+        while (*pEnd && !IsBlank(static_cast<unsigned char>(*pEnd))) ++pEnd;
+        sEntry.assign(p, pEnd);
+    }
+    std::replace(sEntry.begin(), sEntry.end(), '_', ' ');
+    return true;
+}
+
+// The text of each dense code from the raw codes upper..lower (inclusive)
+// that are mapped: one byte below 256, else two (high byte first).
+std::vector<std::string> CharTexts(const int* pCharset, int nUpper, int nLower) {
+    std::vector<std::string> vecText(kCodes);
+    for (int c = std::max(nUpper, 0); c <= std::min(nLower, kCodes - 1); ++c) {
+        const int d = pCharset[c];
+        if (d < 0 || d >= kCodes) continue;
+        vecText[d] = c < 256 ? std::string(1, static_cast<char>(c))
+                             : std::string{static_cast<char>(c / 256), static_cast<char>(c % 256)};
+    }
+    return vecText;
+}
+
+const std::string& TextOf(const std::vector<std::string>& vecText, long long code) {
+    static const std::string s_sNone;
+    return code >= 0 && code < static_cast<long long>(vecText.size()) ? vecText[code] : s_sNone;
+}
+
+long long Abs(int x) {
+    return x < 0 ? -static_cast<long long>(x) : x;
+}
+
+// The word ending at cell k, spelled from its last character back through
+// the parents (at most last steps, so a damaged loop of parents ends).
+std::string SpellWord(const state* cells, int last, int k,
+                      const std::vector<std::string>& vecText) {
+    std::vector<const std::string*> vecRev;
+    long long cur = k;
+    for (int nSteps = 0; nSteps <= last && cells[cur].check >= 0; ++nSteps) {
+        const int parent = cells[cur].check;
+        if (parent > last) break;
+        vecRev.push_back(&TextOf(vecText, cur - Abs(cells[parent].base)));
+        cur = parent;
+    }
+    std::string sWord = TextOf(vecText, cur);
+    for (auto it = vecRev.rbegin(); it != vecRev.rend(); ++it) sWord += **it;
+    return sWord;
+}
+
+// ---- Segmentation ---------------------------------------------------------------------
+
+// Bytes that end (and are never part of) an ASCII run.
+bool IsRunStop(unsigned char c) {
+    return c == 0 || std::strchr(" \t-_,.:/~#%^*()", c) != nullptr;
+}
+
+// One MMSegment call: the cursor state and the emitters over the caller's
+// buffers (sized as the top of the file says).
+struct Segmenter {
+    const CPDAT& dict;
+    const state* cells;
+    long long last;
+    const int* charset;
+    const unsigned char* s;
+    int len;
+    int* handles;
+    char* out;
+    bool bKeepUnknown;
+    int maxLen;
+    char sep;
+
+    int i = 0, start = 0, cand = 0, prev = -2, handle = -1, count = 0, nOut = 0;
+    long long base = 0;
+
+    void Reset() {
+        cand = 0;
+        base = 0;
+        prev = -2;
+    }
+
+    void EmitWord(int from, int n) {
+        std::memcpy(out + nOut, s + from, static_cast<size_t>(n));
+        nOut += n;
+        out[nOut++] = sep;
+        if (handles && (bKeepUnknown || handle != -1)) handles[count++] = handle;
+        handle = -1;
+    }
+
+    // The character of charLen bytes ending at i, and, when it is one byte
+    // (below 0x80 if bAsciiOnly) outside the stop set, the ASCII run after it.
+    void EmitRun(int charLen, bool bAsciiOnly) {
+        std::memcpy(out + nOut, s + i - charLen, static_cast<size_t>(charLen));
+        nOut += charLen;
+        const unsigned char c = s[i - 1];
+        if (charLen == 1 && (!bAsciiOnly || c < 0x80) && !IsRunStop(c))
+            while (i < len && s[i] < 0x80 && !IsRunStop(s[i]))
+                out[nOut++] = static_cast<char>(s[i++]);
+        out[nOut++] = sep;
+        if (bKeepUnknown && handles) handles[count++] = -1;
+    }
+
+    void Known(int dense, int charLen) {
+        const long long p = base + dense;
+        if (p >= 0 && p <= last && cells[p].check == prev) {
+            const state& c = cells[p];
+            prev = static_cast<int>(p);
+            if (c.base >= 0) {
+                base = c.base;
+                if (cand == 0) cand = charLen;
+                return;
+            }
+            base = -static_cast<long long>(c.base);
+            cand = i - start;
+            handle = c.handle;
+            if (base != p) return;  // an inner word end: look for a longer word
+            EmitWord(start, cand);
+        } else if (cand < 1) {
+            EmitRun(charLen, true);
+        } else {
+            EmitWord(start, cand);
+            i = start + cand;
+        }
+        Reset();
+        start = i;
+    }
+
+    void Unknown(int charLen) {
+        if (cand > 0) EmitWord(start, cand);
+        if (cand == 0 || start + cand >= i - charLen) {
+            EmitRun(charLen, false);
+            start = i;
+        } else {  // rescan the bytes between the candidate and this character
+            start += cand;
+            i = start;
+        }
+        Reset();
+    }
+
+    int Run() {
+        while (!(i >= len && (start >= len || cand < 1))) {
+            if (cand > 0 && (i == len || (maxLen >= 1 && i > start + maxLen))) {
+                EmitWord(start, cand);
+                start += cand;
+                i = start;
+                Reset();
+            }
+            if (i >= len) break;
+            int charLen = 0;
+            const int code = dict.GetCharCode(reinterpret_cast<const char*>(s), i, len, &charLen);
+            i += std::max(charLen, 1);
+            const int dense = code >= 0 && code < kCodes ? charset[code] : -1;
+            if (dense >= 0)
+                Known(dense, std::max(charLen, 1));
+            else
+                Unknown(std::max(charLen, 1));
+        }
+        return count;
+    }
+};
+
+// Makes *pBuf (malloc'd or null, *pCap elements) hold at least nNeed
+// elements; false, leaving both untouched, when memory runs out.
+template <typename T>
+bool Reserve(T** pBuf, int* pCap, int nNeed) {
+    if (*pBuf && *pCap >= nNeed) return true;
+    void* p = std::realloc(*pBuf, sizeof(T) * static_cast<size_t>(nNeed));
+    if (!p) return false;
+    *pBuf = static_cast<T*>(p);
+    *pCap = nNeed;
+    return true;
+}
+
+}  // namespace
+
+// ---- Binary files ------------------------------------------------------------------
+
+bool CPDAT::Save(const char* path) {
+    FilePtr fp = OpenFile(path, "wb");
+    if (!fp) return false;
+    const int32_t nHead[2] = {m_nLowerBound, static_cast<int32_t>(m_nItemCount)};
+    bool bOk = WriteAll(fp.get(), m_charset, kMapBytes) && WriteAll(fp.get(), nHead, 8);
+    if (m_pData) {
+        const int nCells = m_nLowerBound + 1;
+        const int nHeld = std::min(nCells, std::max(m_nLength, 0));
+        bOk = bOk && WriteAll(fp.get(), m_pData, sizeof(state) * static_cast<size_t>(nHeld));
+        const state cFree = {-1, -1, -1};  // never needed: the array covers the bound
+        for (int k = nHeld; k < nCells && bOk; ++k) bOk = WriteAll(fp.get(), &cFree, sizeof cFree);
+    }
+    bOk = WriteAll(fp.get(), &m_nMode, 4) && bOk;
+    return std::fclose(fp.release()) == 0 && bOk;
+}
+
+bool CPDAT::Load(const char* path) {
+    std::string sName;
+    if (GetAnsiFilename(path, sName)) ReportInfo("Changed utf-8 file name " + NameOf(path));
+    FilePtr fp = OpenFile(sName.c_str(), "rb");
+    if (!fp) {
+        ReportError("Fail read file " + sName);
+        return false;
+    }
+    LoadedDict d;
+    std::string sWhy;
+    if (!ReadDict(fp.get(), d, sWhy)) {
+        ReportError("Cannot load dictionary " + sName + ": " + sWhy);
+        return false;
+    }
+    std::copy(d.pCharset.get(), d.pCharset.get() + kCodes, m_charset);
+    m_charsetSize = static_cast<int>(
+        std::count_if(m_charset, m_charset + kCodes, [](int code) { return code >= 0; }));
+    FreeTree();  // a loaded dictionary is read-only, like a completed one
+    free(m_pData);
+    m_pData = d.pCells.release();
+    m_nLowerBound = d.nLowerBound;
+    m_nLength = m_pData ? m_nLowerBound + 1 : 0;
+    m_nItemCount = d.nItemCount;
+    m_nMode = d.nMode;
+    m_bWordAddCompleted = true;
+    InvalidateScanIndex();
+    return true;
+}
+
+// ---- Text import and export -------------------------------------------------------
+
+int CPDAT::Import(const char* path, CPDAT* pExclude) {
+    FilePtr in = OpenFile(path, "r");
+    const std::string sExport = NameOf(path) + "_export.txt";
+    FilePtr out = OpenFile(in ? sExport.c_str() : nullptr, "w");
+    if (!in || !out) return 0;
+    AddWordInit();
+    char sLine[kLineBytes];
+    std::string sEntry;
+    while (std::fgets(sLine, sizeof sLine, in.get())) {
+        if (!ParseEntry(sLine, sEntry)) continue;
+        const bool bBracket = sEntry.find_first_of(" \t") != std::string::npos;
+        std::fprintf(out.get(), bBracket ? "[%s]\n" : "%s\n", sEntry.c_str());
+        if (pExclude && pExclude->Find(sEntry.c_str()) >= 0) continue;
+        AddWord(sEntry.c_str(), false);
+        if (m_nItemCount % 100 == 0)
+            std::printf("%d\t%s Completed!\r", static_cast<int>(m_nItemCount), sEntry.c_str());
+    }
+    in.reset();
+    out.reset();
+    AddWordComplete();
+    return static_cast<int>(m_nItemCount);
+}
+
+bool CPDAT::Export(const char* path) {
+    FilePtr fp = OpenFile(path, "wt");
+    if (!fp) return false;
+    const std::vector<std::string> vecText = CharTexts(m_charset, m_UpperChar, m_LowerChar);
+    const int last = LastCell();
+    for (int k = 0; k <= last; ++k) {
+        const state& c = m_pData[k];
+        if (c.handle < 0 || c.base >= 0) continue;
+        const std::string sWord = SpellWord(m_pData, last, k, vecText);
+        if (Find(sWord.c_str()) != c.handle) WriteLog(sWord + " handle error", nullptr, false);
+        std::fputs(sWord.c_str(), fp.get());
+        std::fputc('\n', fp.get());
+    }
+    return std::fclose(fp.release()) == 0;
+}
+
+// ---- Segmentation ---------------------------------------------------------------------
+
+int CPDAT::SegmentInto(const unsigned char* s, int len, int* handles, char* out, bool bKeepUnknown,
+                       int maxLen, char sep, int* pOut) const {
+    Segmenter seg{*this,   m_pData, LastCell(),   m_charset, s,  len,
+                  handles, out,     bKeepUnknown, maxLen,    sep};
+    const int count = len > 0 ? seg.Run() : 0;
+    *pOut = seg.nOut;
+    return count;
+}
+
+int CPDAT::MMSegment(const char* text, int** handles, int* handleCap, char** result, int* resultCap,
+                     bool, bool bKeepUnknown, int maxLen, char sep) {
+    if (!result || !resultCap) return 0;
+    const int len = text ? static_cast<int>(std::min<size_t>(strlen(text), kMaxSegmentLen)) : 0;
+    if (!*result || len * 6 >= *resultCap) {
+        int nCap = 0;
+        if (!Reserve(result, &nCap, len * 6 + 1)) return 0;
+        *resultCap = nCap;
+    }
+    int* pHandles = nullptr;
+    if (handles && handleCap) {
+        if (!*handles || len + 1 >= *handleCap) {
+            int nCap = 0;
+            if (!Reserve(handles, &nCap, len + 2)) return 0;
+            *handleCap = nCap;
+        }
+        pHandles = *handles;
+    }
+    int nOut = 0;
+    const int count = SegmentInto(reinterpret_cast<const unsigned char*>(text), len, pHandles,
+                                  *result, bKeepUnknown, maxLen, sep, &nOut);
+    (*result)[nOut] = '\0';
+    return count;
+}
+
+char* CPDAT::MMSegment(const char* text, int maxLen, char sep) {
+    static char s_sNoText[1] = {0};
+    const int len = text ? static_cast<int>(std::min<size_t>(strlen(text), kMaxSegmentLen)) : 0;
+    if (!m_sResult || len * 6 >= m_nResultLen) {
+        char* p = new (std::nothrow) char[static_cast<size_t>(len) * 6 + 1];
+        if (!p) return s_sNoText;
+        delete[] m_sResult;
+        m_sResult = p;
+        m_nResultLen = len * 6 + 1;
+    }
+    int nOut = 0;
+    SegmentInto(reinterpret_cast<const unsigned char*>(text), len, nullptr, m_sResult, false,
+                maxLen, sep, &nOut);
+    m_sResult[nOut] = '\0';
+    return m_sResult;
+}
+
+float CPDAT::FileSegment(const char* inPath, const char* outPath) {
+    char* pRead = nullptr;
+    const size_t nRead = ReadFile(inPath, &pRead);
+    const std::unique_ptr<char[]> pText(pRead);
+    if (nRead == 0) return 0;
+    FilePtr out = OpenFile(outPath, "w");
+    if (!out) return 0;
+    const clock_t tStart = clock();
+    const char* sResult = MMSegment(pText.get(), -1, '\t');
+    const clock_t tEnd = clock();
+    std::fputs(sResult, out.get());
+    std::fputs("\n", out.get());
+    out.reset();
+    // Seconds as ticks / 1000000; a run below one tick counts as one.
+    const double dSeconds = std::max<double>(static_cast<double>(tEnd - tStart), 1.0) / 1000000.0;
+    return static_cast<float>(static_cast<double>(nRead) / dSeconds / 1000.0);
+}
