@@ -11,20 +11,11 @@
 
 #include <cstring>
 
+#include "global_linux.h"
+
 namespace {
 
 constexpr int kLimit = 2000;
-
-class MutexLock {
-  public:
-    explicit MutexLock(pthread_mutex_t* pMutex) : m_pMutex(pMutex) { pthread_mutex_lock(m_pMutex); }
-    ~MutexLock() { pthread_mutex_unlock(m_pMutex); }
-    MutexLock(const MutexLock&) = delete;
-    MutexLock& operator=(const MutexLock&) = delete;
-
-  private:
-    pthread_mutex_t* m_pMutex;
-};
 
 }  // namespace
 
@@ -39,7 +30,7 @@ CBufferManager::~CBufferManager() {
 
 char* CBufferManager::AddBuffer(char* pBuffer) {
     ReleaseBuf(false);
-    MutexLock lock(&m_hBuffer);
+    CMutexLock lock(&m_hBuffer);
     m_vecBuffer.push_back(pBuffer);
     return pBuffer;
 }
@@ -50,7 +41,7 @@ char* CBufferManager::AddBuffer(const char* pBuffer) {
     char* pNewBuf = new char[nLen + 1];
     if (nLen > 0) memcpy(pNewBuf, pBuffer, nLen);
     pNewBuf[nLen] = '\0';
-    MutexLock lock(&m_hBuffer);
+    CMutexLock lock(&m_hBuffer);
     m_vecBuffer.push_back(pNewBuf);
     return pNewBuf;
 }
@@ -60,7 +51,7 @@ void CBufferManager::ReleaseBuf(bool bAllClear) {
     size_t nSize = 5 * kLimit;
     {
         // The quick exit: a pass is running, or too few entries to bother.
-        MutexLock lock(&m_hBuffer);
+        CMutexLock lock(&m_hBuffer);
         if (bAllClear) nSize = m_vecBuffer.size();
         if (!bAllClear && (m_nBufferWritingThread >= 1 || m_vecBuffer.size() < nThreshold)) {
             return;
@@ -73,12 +64,12 @@ void CBufferManager::ReleaseBuf(bool bAllClear) {
         }
     }
     for (size_t i = 0;; ++i) {
-        MutexLock lock(&m_hBuffer);
+        CMutexLock lock(&m_hBuffer);
         if (i >= nSize || i >= m_vecBuffer.size()) break;
         delete[] m_vecBuffer[i];
         m_vecBuffer[i] = nullptr;
     }
-    MutexLock lock(&m_hBuffer);
+    CMutexLock lock(&m_hBuffer);
     if (nSize < m_vecBuffer.size()) {
         m_vecBuffer.erase(m_vecBuffer.begin(), m_vecBuffer.begin() + static_cast<long>(nSize));
     }
@@ -86,6 +77,6 @@ void CBufferManager::ReleaseBuf(bool bAllClear) {
 }
 
 size_t CBufferManager::GetBufferCount() {
-    MutexLock lock(&m_hBuffer);
+    CMutexLock lock(&m_hBuffer);
     return m_vecBuffer.size();
 }

@@ -24,8 +24,6 @@
 // reading into local owners that replace the map only once all is well.
 #include "IDMaps.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -36,6 +34,8 @@
 
 #include "Global.h"
 #include "PDAT.h"
+#include "Utility.h"
+#include "global_linux.h"
 
 static_assert(sizeof(idmaps_info) == 4 && std::is_trivially_copyable_v<idmaps_info>,
               "a data entry is one 32-bit target handle in the file");
@@ -45,18 +45,12 @@ static_assert(std::is_trivially_copyable_v<idmaps_elem>, "pairs live in a reallo
 
 namespace {
 
-using FilePtr = std::unique_ptr<FILE, decltype(&std::fclose)>;
-
 constexpr int kFirstPairs = 10240;
 constexpr int kPairStep = 10000;
 constexpr int kLineBytes = 1024;
 
 std::string NameOf(const char* sPath) {
     return sPath ? sPath : "(null)";
-}
-
-FilePtr OpenFile(const char* sPath, const char* sMode) {
-    return FilePtr(sPath ? std::fopen(sPath, sMode) : nullptr, &std::fclose);
 }
 
 // Packs the sorted pairs a[0..n-1] into data and index (both all -1).
@@ -75,37 +69,6 @@ void Pack(const idmaps_elem* a, int n, idmaps_info* pData, index_t* pIndex) {
 }
 
 // ---- Reading a file -----------------------------------------------------------
-
-// A file opened for binary reading with its size; Read fails, rather than
-// reading short, when fewer bytes remain than asked for.
-class CFileIn {
-  public:
-    bool Open(const char* sPath, std::string& sWhy) {
-        m_fp = OpenFile(sPath, "rb");
-        struct stat st;
-        if (!m_fp)
-            sWhy = "cannot open the file";
-        else if (fstat(fileno(m_fp.get()), &st) != 0 || !S_ISREG(st.st_mode))
-            sWhy = "not a regular file";
-        else
-            m_nSize = st.st_size;
-        return sWhy.empty();
-    }
-    int64_t Size() const { return m_nSize; }
-    bool Read(void* pDst, int64_t nBytes) {
-        if (nBytes < 0 || nBytes > m_nSize - m_nPos) return false;
-        if (nBytes == 0) return true;
-        const size_t n = static_cast<size_t>(nBytes);
-        if (std::fread(pDst, 1, n, m_fp.get()) != n) return false;
-        m_nPos += nBytes;
-        return true;
-    }
-
-  private:
-    FilePtr m_fp{nullptr, &std::fclose};
-    int64_t m_nSize = 0;
-    int64_t m_nPos = 0;
-};
 
 // The content of a map file, checked.
 struct LoadedMap {
@@ -180,15 +143,7 @@ std::vector<std::string> SplitTabs(const char* sLine) {
 // token; "_" becomes " ".
 std::string ColumnText(const char* sLine, const char* sToken) {
     std::string sText = sToken;
-    if (*sToken == '[') {
-        const char* pOpen = std::strchr(sLine, '[');
-        const char* pClose = std::strchr(pOpen, ']');
-        if (!pClose) {
-            pClose = pOpen + std::strlen(pOpen);
-            while (pClose > pOpen && (pClose[-1] == '\n' || pClose[-1] == '\r')) --pClose;
-        }
-        sText.assign(pOpen, pClose);
-    }
+    if (*sToken == '[') sText = BracketText(sLine);
     std::replace(sText.begin(), sText.end(), '_', ' ');
     return sText;
 }

@@ -34,8 +34,6 @@
 // at most the bytes of one candidate's walk are read twice. Segments are
 // consecutive, each at most its own bytes plus the separator, so the output
 // never exceeds 2 * len + 1 bytes and the handles len entries.
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstdint>
@@ -50,11 +48,10 @@
 
 #include "Global.h"
 #include "PDAT.h"
+#include "Utility.h"
 #include "global_linux.h"
 
 namespace {
-
-using FilePtr = std::unique_ptr<FILE, decltype(&std::fclose)>;
 
 constexpr int kCodes = 65536;
 constexpr int64_t kMapBytes = 4 * int64_t{kCodes};
@@ -70,18 +67,6 @@ std::string NameOf(const char* sPath) {
     return sPath ? sPath : "(null)";
 }
 
-FilePtr OpenFile(const char* sPath, const char* sMode) {
-    return FilePtr(sPath ? std::fopen(sPath, sMode) : nullptr, &std::fclose);
-}
-
-bool WriteAll(FILE* fp, const void* pData, size_t nBytes) {
-    return nBytes == 0 || std::fwrite(pData, 1, nBytes, fp) == nBytes;
-}
-
-bool ReadAll(FILE* fp, void* pDst, size_t nBytes) {
-    return nBytes == 0 || std::fread(pDst, 1, nBytes, fp) == nBytes;
-}
-
 // ---- Loading ----------------------------------------------------------------------
 
 // The content of a dictionary file, checked.
@@ -92,15 +77,6 @@ struct LoadedDict {
     std::unique_ptr<state, FreeCells> pCells;  // nLowerBound + 1 cells, or null
     int32_t nMode = 0;
 };
-
-int64_t FileSize(FILE* fp, std::string& sWhy) {
-    struct stat st;
-    if (fstat(fileno(fp), &st) != 0 || !S_ISREG(st.st_mode)) {
-        sWhy = "not a regular file";
-        return -1;
-    }
-    return st.st_size;
-}
 
 // The number of cells a file of nFile bytes with bound B holds (0 or B + 1),
 // or -1 with sWhy when the two do not fit together.
@@ -132,9 +108,8 @@ bool CheckCharset(const int* pCharset, std::string& sWhy) {
 }
 
 // Reads and checks the whole file; sWhy says what does not fit.
-bool ReadDict(FILE* fp, LoadedDict& d, std::string& sWhy) {
-    const int64_t nFile = FileSize(fp, sWhy);
-    if (nFile < 0) return false;
+bool ReadDict(CFileIn& in, LoadedDict& d, std::string& sWhy) {
+    const int64_t nFile = in.Size();
     if (nFile < kEmptyFileBytes) {
         sWhy = "file of " + std::to_string(nFile) + " bytes is shorter than the " +
                std::to_string(kEmptyFileBytes) + " bytes of an empty dictionary";
@@ -145,22 +120,22 @@ bool ReadDict(FILE* fp, LoadedDict& d, std::string& sWhy) {
         sWhy = "out of memory";
         return false;
     }
-    if (!ReadAll(fp, d.pCharset.get(), kMapBytes) || !ReadAll(fp, &d.nLowerBound, 4) ||
-        !ReadAll(fp, &d.nItemCount, 4)) {
+    if (!in.Read(d.pCharset.get(), kMapBytes) || !in.Read(&d.nLowerBound, 4) ||
+        !in.Read(&d.nItemCount, 4)) {
         sWhy = "cannot read the character map";
         return false;
     }
     const int64_t nCells = CellCount(nFile, d.nLowerBound, sWhy);
     if (nCells < 0 || !CheckCharset(d.pCharset.get(), sWhy)) return false;
-    const size_t nCellBytes = sizeof(state) * static_cast<size_t>(nCells);
+    const int64_t nCellBytes = int64_t{sizeof(state)} * nCells;
     if (nCells > 0) {
-        d.pCells.reset(static_cast<state*>(std::malloc(nCellBytes)));
+        d.pCells.reset(static_cast<state*>(std::malloc(static_cast<size_t>(nCellBytes))));
         if (!d.pCells) {
             sWhy = "out of memory for " + std::to_string(nCells) + " cells";
             return false;
         }
     }
-    if (!ReadAll(fp, d.pCells.get(), nCellBytes) || !ReadAll(fp, &d.nMode, 4)) {
+    if (!in.Read(d.pCells.get(), nCellBytes) || !in.Read(&d.nMode, 4)) {
         sWhy = "cannot read the cells";
         return false;
     }
@@ -172,34 +147,6 @@ bool ReadDict(FILE* fp, LoadedDict& d, std::string& sWhy) {
 }
 
 // ---- Import and export --------------------------------------------------------------
-
-bool IsBlank(unsigned char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
-}
-
-// The entry of one import line (see the top of the file); false for a line
-// without a token.
-bool ParseEntry(const char* sLine, std::string& sEntry) {
-    const char* p = sLine;
-    while (IsBlank(static_cast<unsigned char>(*p))) ++p;
-    if (!*p) return false;
-    if (std::strncmp(p, "\xEF\xBB\xBF", 3) == 0) p += 3;
-    if (*p == '[') {
-        const char* pOpen = std::strchr(sLine, '[');
-        const char* pClose = std::strchr(pOpen, ']');
-        if (!pClose) {
-            pClose = pOpen + std::strlen(pOpen);
-            while (pClose > pOpen && (pClose[-1] == '\n' || pClose[-1] == '\r')) --pClose;
-        }
-        sEntry.assign(pOpen, pClose);
-    } else {
-        const char* pEnd = p;
-        while (*pEnd && !IsBlank(static_cast<unsigned char>(*pEnd))) ++pEnd;
-        sEntry.assign(p, pEnd);
-    }
-    std::replace(sEntry.begin(), sEntry.end(), '_', ' ');
-    return true;
-}
 
 // The text of each dense code from the raw codes upper..lower (inclusive)
 // that are mapped: one byte below 256, else two (high byte first).
@@ -386,14 +333,15 @@ bool CPDAT::Save(const char* path) {
 bool CPDAT::Load(const char* path) {
     std::string sName;
     if (GetAnsiFilename(path, sName)) ReportInfo("Changed utf-8 file name " + NameOf(path));
-    FilePtr fp = OpenFile(sName.c_str(), "rb");
-    if (!fp) {
+    CFileIn in;
+    LoadedDict d;
+    std::string sWhy;
+    const bool bOpened = in.Open(sName.c_str(), sWhy);
+    if (!in.IsOpen()) {
         ReportError("Fail read file " + sName);
         return false;
     }
-    LoadedDict d;
-    std::string sWhy;
-    if (!ReadDict(fp.get(), d, sWhy)) {
+    if (!bOpened || !ReadDict(in, d, sWhy)) {
         ReportError("Cannot load dictionary " + sName + ": " + sWhy);
         return false;
     }
@@ -423,7 +371,7 @@ int CPDAT::Import(const char* path, CPDAT* pExclude) {
     char sLine[kLineBytes];
     std::string sEntry;
     while (std::fgets(sLine, sizeof sLine, in.get())) {
-        if (!ParseEntry(sLine, sEntry)) continue;
+        if (!ParseImportEntry(sLine, sEntry)) continue;
         const bool bBracket = sEntry.find_first_of(" \t") != std::string::npos;
         std::fprintf(out.get(), bBracket ? "[%s]\n" : "%s\n", sEntry.c_str());
         if (pExclude && pExclude->Find(sEntry.c_str()) >= 0) continue;

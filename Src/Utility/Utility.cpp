@@ -9,9 +9,12 @@
 // when the line has an end, because a first '^' at or beyond the line end can
 // never satisfy the marker rule; so walking a whole text line by line stays
 // linear. deleteChar compacts in place (the write position never passes the
-// read position) and zero-fills the freed tail.
+// read position) and zero-fills the freed tail. ParseImportEntry finds the
+// first token by hand (the same blank set as scanf's %s in the C locale), so
+// the token has no length limit.
 #include "Utility.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -62,6 +65,11 @@ int CutMarkedRun(char*& pStart, char*& pEnd) {
     }
     pEnd = p;  // the run comes out as the next line
     return 0;
+}
+
+// Blank, tab, LF, VT, FF or CR: what ends a token of an import line.
+bool IsTokenBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
 }
 
 }  // namespace
@@ -188,4 +196,31 @@ const char* CC_Find(const char* sStr, const char* sSub) {
     const char* pHit = strstr(sStr, sSub);
     if (!pHit || (pHit - sStr) % 2 != 0) return nullptr;
     return pHit;
+}
+
+std::string BracketText(const char* sLine) {
+    const char* pOpen = sLine ? std::strchr(sLine, '[') : nullptr;
+    if (!pOpen) return std::string();
+    const char* pClose = std::strchr(pOpen, ']');
+    if (!pClose) {
+        pClose = pOpen + std::strlen(pOpen);
+        while (pClose > pOpen && (pClose[-1] == '\n' || pClose[-1] == '\r')) --pClose;
+    }
+    return std::string(pOpen, pClose);
+}
+
+bool ParseImportEntry(const char* sLine, std::string& sEntry) {
+    const char* p = sLine;
+    while (p && IsTokenBlank(*p)) ++p;
+    if (!p || !*p) return false;
+    if (std::strncmp(p, "\xEF\xBB\xBF", 3) == 0) p += 3;
+    if (*p == '[') {
+        sEntry = BracketText(sLine);
+    } else {
+        const char* pEnd = p;
+        while (*pEnd && !IsTokenBlank(*pEnd)) ++pEnd;
+        sEntry.assign(p, pEnd);
+    }
+    std::replace(sEntry.begin(), sEntry.end(), '_', ' ');
+    return true;
 }

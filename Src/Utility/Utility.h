@@ -80,3 +80,16 @@ int Getchar(const char* str, char* ch);
 // in sStr if its byte offset is even, else null (a later, aligned occurrence is
 // not looked for). Null for a null argument or an empty sSub.
 const char* CC_Find(const char* sStr, const char* sSub);
+
+// The bracketed part of a resource import line: from the first '[' of sLine
+// (kept) up to, not including, its first ']' after it; with no ']', up to the
+// line end less any trailing CR/LF bytes. "" for a null sLine or one without '['.
+std::string BracketText(const char* sLine);
+
+// The entry of one resource import line (word lists, dictionaries). Its first
+// token (delimited by blank, tab, LF, VT, FF or CR; a leading UTF-8 byte-order
+// mark skipped) decides: a token starting with '[' gives BracketText(sLine),
+// so the entry keeps its '[' and may hold blanks; else the token itself
+// ("" for a token that was only the mark). Every '_' becomes ' '. Returns false
+// (sEntry untouched) for a null sLine or a line without a token.
+bool ParseImportEntry(const char* sLine, std::string& sEntry);

@@ -26,8 +26,6 @@
 // unscrambled with the wrong choice.
 #include "WordList.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstdint>
@@ -37,11 +35,11 @@
 
 #include "Global.h"
 #include "PDAT.h"
+#include "Utility.h"
 #include "VQTEncript.h"
+#include "global_linux.h"
 
 namespace {
-
-using FilePtr = std::unique_ptr<FILE, decltype(&std::fclose)>;
 
 constexpr unsigned int kPairStep = 10000;
 constexpr int kTextStep = 1024000;
@@ -55,69 +53,12 @@ std::string NameOf(const char* sPath) {
     return sPath ? sPath : "(null)";
 }
 
-FilePtr OpenFile(const char* sPath, const char* sMode) {
-    return FilePtr(sPath ? std::fopen(sPath, sMode) : nullptr, &std::fclose);
-}
-
 // Skips a leading UTF-8 byte-order mark.
 const char* SkipBom(const char* s) {
     return std::strncmp(s, "\xEF\xBB\xBF", 3) == 0 ? s + 3 : s;
 }
 
-// The entry of one import line: none (false) for a line without a token; the
-// text from the line's first '[' up to its first ']' (or the line end) when
-// the token starts with '['; else the token. "_" becomes " ".
-bool ParseEntry(const char* sLine, std::string& sEntry) {
-    char sToken[kLineBytes];
-    if (std::sscanf(sLine, "%1023s", sToken) != 1) return false;
-    const char* pToken = SkipBom(sToken);
-    if (*pToken == '[') {
-        const char* pOpen = std::strchr(sLine, '[');
-        const char* pClose = std::strchr(pOpen, ']');
-        if (!pClose) {
-            pClose = pOpen + std::strlen(pOpen);
-            while (pClose > pOpen && (pClose[-1] == '\n' || pClose[-1] == '\r')) --pClose;
-        }
-        sEntry.assign(pOpen, pClose);
-    } else {
-        sEntry = pToken;
-    }
-    std::replace(sEntry.begin(), sEntry.end(), '_', ' ');
-    return true;
-}
-
 // ---- Reading a file -----------------------------------------------------------
-
-// A file opened for binary reading with its size; Read fails, rather than
-// reading short, when fewer bytes remain than asked for.
-class CFileIn {
-  public:
-    bool Open(const char* sPath, std::string& sWhy) {
-        m_fp = OpenFile(sPath, "rb");
-        struct stat st;
-        if (!m_fp)
-            sWhy = "cannot open the file";
-        else if (fstat(fileno(m_fp.get()), &st) != 0 || !S_ISREG(st.st_mode))
-            sWhy = "not a regular file";
-        else
-            m_nSize = st.st_size;
-        return sWhy.empty();
-    }
-    int64_t Size() const { return m_nSize; }
-    bool Read(void* pDst, int64_t nBytes) {
-        if (nBytes < 0 || nBytes > m_nSize - m_nPos) return false;
-        if (nBytes == 0) return true;
-        const size_t n = static_cast<size_t>(nBytes);
-        if (std::fread(pDst, 1, n, m_fp.get()) != n) return false;
-        m_nPos += nBytes;
-        return true;
-    }
-
-  private:
-    FilePtr m_fp{nullptr, &std::fclose};
-    int64_t m_nSize = 0;
-    int64_t m_nPos = 0;
-};
 
 // The content of a word-list file, checked.
 struct LoadedList {
@@ -186,10 +127,6 @@ bool ReadText(CFileIn& in, bool bScrambled, LoadedList& list, std::string& sWhy)
 }
 
 // ---- Writing a file -----------------------------------------------------------
-
-bool WriteAll(FILE* fp, const void* pData, size_t nBytes) {
-    return nBytes == 0 || std::fwrite(pData, 1, nBytes, fp) == nBytes;
-}
 
 // Writes the text block, scrambled when bScramble; buf is restored afterwards.
 bool WriteText(FILE* fp, char* buf, int nBytes, bool bScramble) {
@@ -377,7 +314,7 @@ int CWordList::Import(const char* path, CPDAT* pDict) {
     std::string sEntry;
     int nCount = 0;
     while (std::fgets(sLine, sizeof sLine, in.get())) {
-        if (!ParseEntry(sLine, sEntry)) continue;
+        if (!ParseImportEntry(sLine, sEntry)) continue;
         const bool bBracket = sEntry.find_first_of(" \t") != std::string::npos;
         std::fprintf(out.get(), bBracket ? "[%s]\n" : "%s\n", sEntry.c_str());
         if (++nCount % 100 == 0) std::printf("Line %d\r", nCount);

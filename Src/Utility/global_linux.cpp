@@ -12,6 +12,9 @@
 //
 // The string form compacts out zero bytes, which also drops the zero fill of a
 // short read, so its count is the number of real non-zero bytes.
+//
+// CFileIn measures its file once with fstat at opening and counts what it has
+// read, so Read can refuse a request beyond the end before calling fread.
 
 #include "global_linux.h"
 
@@ -29,18 +32,6 @@
 std::string g_sDefaultDir;
 
 namespace {
-
-// Holds a pthread mutex for one scope.
-class MutexLock {
-  public:
-    explicit MutexLock(pthread_mutex_t* pMutex) : m_pMutex(pMutex) { pthread_mutex_lock(m_pMutex); }
-    ~MutexLock() { pthread_mutex_unlock(m_pMutex); }
-    MutexLock(const MutexLock&) = delete;
-    MutexLock& operator=(const MutexLock&) = delete;
-
-  private:
-    pthread_mutex_t* m_pMutex;
-};
 
 // The current working directory, or "" if it cannot be read.
 std::string CurrentDirectory() {
@@ -95,7 +86,7 @@ bool CReadFile::OpenLocked(const char* sFilename) {
 size_t CReadFile::ReadFile(const char* sFilename, char** pBuffer, long offset, size_t length,
                            bool bZeroIsAll) {
     if (sFilename == nullptr || pBuffer == nullptr) return 0;
-    MutexLock lock(&m_mutex);
+    CMutexLock lock(&m_mutex);
     if (strcasecmp(sFilename, m_sFileRead.c_str()) != 0 && !OpenLocked(sFilename)) return 0;
 
     const size_t nCount = (length == 0 && bZeroIsAll) ? m_nFileSize : length;
@@ -174,4 +165,35 @@ bool GetAnsiFilename(const char* sFilename, std::string& sAnsi, bool bUTF8) {
     }
     sAnsi = sGiven;
     return false;
+}
+
+// ---- Binary resource files ----------------------------------------------------
+
+FilePtr OpenFile(const char* sPath, const char* sMode) {
+    return FilePtr(sPath ? std::fopen(sPath, sMode) : nullptr, &std::fclose);
+}
+
+bool WriteAll(FILE* fp, const void* pData, size_t nBytes) {
+    return nBytes == 0 || std::fwrite(pData, 1, nBytes, fp) == nBytes;
+}
+
+bool CFileIn::Open(const char* sPath, std::string& sWhy) {
+    m_fp = OpenFile(sPath, "rb");
+    struct stat st;
+    if (!m_fp)
+        sWhy = "cannot open the file";
+    else if (fstat(fileno(m_fp.get()), &st) != 0 || !S_ISREG(st.st_mode))
+        sWhy = "not a regular file";
+    else
+        m_nSize = st.st_size;
+    return sWhy.empty();
+}
+
+bool CFileIn::Read(void* pDst, int64_t nBytes) {
+    if (nBytes < 0 || nBytes > m_nSize - m_nPos) return false;
+    if (nBytes == 0) return true;
+    const size_t n = static_cast<size_t>(nBytes);
+    if (std::fread(pDst, 1, n, m_fp.get()) != n) return false;
+    m_nPos += nBytes;
+    return true;
 }

@@ -7,6 +7,9 @@
 // case-insensitively) is asked for again; another name replaces the handle.
 // GetDefaultPath fixes the data directory g_sDefaultDir; GetAnsiFilename maps a
 // file name given in UTF-8 to the GBK name under which the file exists.
+// The binary resource files (dictionaries, word lists, id maps) are opened,
+// checked and read through FilePtr, OpenFile, WriteAll and CFileIn.
+// CMutexLock holds a pthread mutex for one scope.
 //
 // Failures follow the library's convention: 0 / false plus a log or error line
 // (Global.h). Buffers from the array form of ReadFile are new[] arrays owned by
@@ -15,6 +18,7 @@
 // Thread-safety: one CReadFile may be shared by threads; its mutex is held for
 // a whole ReadFile call, so opening, replacing and reading the handle never
 // interleave. g_sDefaultDir is unguarded: callers serialise GetDefaultPath.
+// A CFileIn belongs to one thread at a time.
 #pragma once
 
 #include <pthread.h>
@@ -22,7 +26,22 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
+
+// Holds *pMutex from construction to the end of the scope.
+class CMutexLock {
+  public:
+    explicit CMutexLock(pthread_mutex_t* pMutex) : m_pMutex(pMutex) {
+        pthread_mutex_lock(m_pMutex);
+    }
+    ~CMutexLock() { pthread_mutex_unlock(m_pMutex); }
+    CMutexLock(const CMutexLock&) = delete;
+    CMutexLock& operator=(const CMutexLock&) = delete;
+
+  private:
+    pthread_mutex_t* m_pMutex;
+};
 
 class CReadFile {
   public:
@@ -83,3 +102,39 @@ const char* GetDefaultPath(const char* sPath);
 // form is taken untested (true, even if byte-identical); without, it is taken
 // only if it exists (true), else sAnsi = sFilename (false). Null: "" and false.
 bool GetAnsiFilename(const char* sFilename, std::string& sAnsi, bool bUTF8 = false);
+
+// ---- Binary resource files ----------------------------------------------------
+
+// An owned FILE*, closed by std::fclose (its result unused) at the end of its life.
+using FilePtr = std::unique_ptr<FILE, decltype(&std::fclose)>;
+
+// std::fopen(sPath, sMode) as a FilePtr; empty for a null sPath or a failed open.
+FilePtr OpenFile(const char* sPath, const char* sMode);
+
+// Writes the nBytes at pData to fp. True when all were written (always for 0
+// bytes, without touching fp or pData); false on a short write.
+bool WriteAll(FILE* fp, const void* pData, size_t nBytes);
+
+// A regular file opened for binary reading, with its size at opening. Read
+// never reads short: it fails when fewer bytes remain than asked for.
+class CFileIn {
+  public:
+    // Opens sPath ("rb") and measures it. False with sWhy = "cannot open the
+    // file" (null sPath or failed open; IsOpen false) or "not a regular file"
+    // (fstat fails or not a regular file; IsOpen true). sWhy is only written
+    // on failure, and must come in empty.
+    bool Open(const char* sPath, std::string& sWhy);
+    // Whether a file is held (also after Open failed on the regular-file check).
+    bool IsOpen() const { return static_cast<bool>(m_fp); }
+    // The size measured at Open; 0 before.
+    int64_t Size() const { return m_nSize; }
+    // Reads exactly nBytes into pDst and advances. 0 bytes: true, nothing
+    // read. False (pDst may be partly written) for a negative count, more than
+    // remain of Size(), or a short fread.
+    bool Read(void* pDst, int64_t nBytes);
+
+  private:
+    FilePtr m_fp{nullptr, &std::fclose};
+    int64_t m_nSize = 0;
+    int64_t m_nPos = 0;
+};
