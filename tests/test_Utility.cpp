@@ -225,3 +225,30 @@ TEST(GbkCharTest, GetcharTakesOneCharacterAndFindStaysAligned) {
 }
 
 }  // namespace
+
+TEST(ImportEntryTest, FirstTokenOrBracketTextWithUnderscoresAsBlanks) {
+    struct Row {
+        const char* sLine;
+        bool bOk;
+        std::string sEntry;
+    };
+    const Row rows[] = {
+        {"ab cd\r\n", true, "ab"},         // first token only
+        {"[ab cd] 12\n", true, "[ab cd"},  // bracket text keeps its '[' and blanks
+        {"[ab cd\r\n", true, "[ab cd"},    // unclosed: to the line end, CR/LF dropped
+        {"ab_cd\tx", true, "ab cd"},       // '_' becomes a blank
+        {"\xEF\xBB\xBF"
+         "ab\n",
+         true, "ab"},                      // byte-order mark skipped
+        {"\xEF\xBB\xBF", true, ""},        // a token that was only the mark
+        {"  \t\r\n", false, "untouched"},  // no token
+    };
+    for (const Row& row : rows) {
+        std::string sEntry = "untouched";
+        EXPECT_EQ(ParseImportEntry(row.sLine, sEntry), row.bOk) << row.sLine;
+        EXPECT_EQ(sEntry, row.sEntry) << row.sLine;
+    }
+    std::string sEntry = "untouched";
+    EXPECT_FALSE(ParseImportEntry(nullptr, sEntry));
+    EXPECT_EQ(BracketText(nullptr), "");
+}
