@@ -1129,7 +1129,7 @@ struct CPDAT::ScanIndex {
                             unknownCode,
                             deadCell,
                             bAsciiStartsNone,
-                            (byteKind[' '] & kStarter) != 0};
+                            (byteKind[static_cast<unsigned char>(' ')] & kStarter) != 0};
     }
 
   private:
