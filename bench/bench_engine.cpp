@@ -69,11 +69,13 @@
 #define QX_BENCH_DATA_DIR "bench/data"
 #endif
 
+#include "BenchData.h"
+
 namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
-using Words = std::vector<std::string>;
+using qxbench::Words;
 
 constexpr uint64_t kSeed = 20240601;
 constexpr int kClasses = 50;
@@ -154,22 +156,8 @@ Options ParseOptions(int argc, char** argv) {
     return opt;
 }
 
-std::string ReadWholeFile(const std::string& sPath) {
-    std::ifstream in(sPath, std::ios::binary);
-    if (!in) Fail("cannot read " + sPath + " (run bench/make_data.sh)");
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
-
-Words ReadWords(const std::string& sPath) {
-    std::istringstream in(ReadWholeFile(sPath));
-    Words vWords;
-    for (std::string sLine; std::getline(in, sLine);) {
-        if (!sLine.empty()) vWords.push_back(sLine);
-    }
-    return vWords;
-}
+using qxbench::ReadWholeFile;
+using qxbench::ReadWords;
 
 // ---- documents ---------------------------------------------------------------
 
@@ -248,7 +236,7 @@ std::vector<int> DocumentCounts(const Words& vWords, const std::vector<Document>
 // How one list is made: its size and the largest share of documents that one
 // of its keywords may occur in. With more rules, each rule must fire more
 // rarely for a comparable share of classified documents.
-struct ListSpec {
+struct ListShape {
     int nRules = 0;
     double fMaxDocShare = 0;
 };
@@ -256,11 +244,11 @@ struct ListSpec {
 // The cap falls with the number of rules (2 / rules): on prose.txt this
 // classifies about 40% of the documents with 100 rules (cap 2%) and with
 // 1,000 rules (cap 0.2%).
-ListSpec SpecFor(int nRules) {
-    ListSpec spec;
-    spec.nRules = nRules;
-    spec.fMaxDocShare = std::min(1.0, 2.0 / nRules);
-    return spec;
+ListShape ShapeFor(int nRules) {
+    ListShape shape;
+    shape.nRules = nRules;
+    shape.fMaxDocShare = std::min(1.0, 2.0 / nRules);
+    return shape;
 }
 
 // The words that occur in at most fMaxDocShare of the documents, in list order.
@@ -276,14 +264,14 @@ Words KeywordPool(const Words& vWords, const std::vector<int>& viDocCount, size_
 class RuleListWriter {
   public:
     // vWords: the keyword pool, at least ten words.
-    RuleListWriter(const Words& vWords, const ListSpec& spec)
-        : m_vWords(vWords), m_spec(spec), m_rng(kSeed + static_cast<uint64_t>(spec.nRules)) {}
+    RuleListWriter(const Words& vWords, const ListShape& shape)
+        : m_vWords(vWords), m_shape(shape), m_rng(kSeed + static_cast<uint64_t>(shape.nRules)) {}
 
     // The whole rule list as GBK text.
     std::string Text() {
         std::ostringstream out;
-        out << "<certainty>0.6</certainty>\n<rules><rulenum>" << m_spec.nRules << "</rulenum>\n";
-        for (int i = 0; i < m_spec.nRules; ++i) WriteRule(out, i);
+        out << "<certainty>0.6</certainty>\n<rules><rulenum>" << m_shape.nRules << "</rulenum>\n";
+        for (int i = 0; i < m_shape.nRules; ++i) WriteRule(out, i);
         out << "</rules>\n";
         return out.str();
     }
@@ -359,16 +347,16 @@ class RuleListWriter {
     }
 
     const Words& m_vWords;
-    ListSpec m_spec;
+    ListShape m_shape;
     std::mt19937_64 m_rng;
 };
 
-// Writes the list of spec into dir; returns its path.
-std::string WriteRuleList(const fs::path& dir, const Words& vPool, const ListSpec& spec) {
+// Writes the list of that shape into dir; returns its path.
+std::string WriteRuleList(const fs::path& dir, const Words& vPool, const ListShape& shape) {
     if (vPool.size() < static_cast<size_t>(kKeywordsPerSubRule)) Fail("keyword pool too small");
-    fs::path path = dir / ("rules_" + std::to_string(spec.nRules) + ".txt");
+    fs::path path = dir / ("rules_" + std::to_string(shape.nRules) + ".txt");
     std::ofstream out(path, std::ios::binary);
-    out << RuleListWriter(vPool, spec).Text();
+    out << RuleListWriter(vPool, shape).Text();
     if (!out) Fail("cannot write " + path.string());
     return path.string();
 }
@@ -618,10 +606,10 @@ void PrintGrowth(const Row& small, const Row& large) {
 
 // The measurement of one rule list, in its own child.
 Row MeasureList(const Options& opt, const std::string& sRules, const std::string& sDataDir,
-                const std::vector<Document>& vDocs, const ListSpec& spec) {
+                const std::vector<Document>& vDocs, const ListShape& shape) {
     Row row;
-    row.nRules = spec.nRules;
-    row.fMaxDocShare = spec.fMaxDocShare;
+    row.nRules = shape.nRules;
+    row.fMaxDocShare = shape.fMaxDocShare;
     row.nFileBytes = fs::file_size(sRules);
     row.m = RunInChild(
         [&](Measurement* m) {
@@ -664,10 +652,10 @@ int main(int argc, char** argv) {
 
     std::vector<Row> vRows;
     for (int nRules : opt.viRuleCounts) {
-        ListSpec spec = SpecFor(nRules);
-        Words vPool = KeywordPool(vWords, viDocCount, vDocs.size(), spec.fMaxDocShare);
-        std::string sRules = WriteRuleList(tmpDir, vPool, spec);
-        vRows.push_back(MeasureList(opt, sRules, tmpDir.string(), vDocs, spec));
+        ListShape shape = ShapeFor(nRules);
+        Words vPool = KeywordPool(vWords, viDocCount, vDocs.size(), shape.fMaxDocShare);
+        std::string sRules = WriteRuleList(tmpDir, vPool, shape);
+        vRows.push_back(MeasureList(opt, sRules, tmpDir.string(), vDocs, shape));
         vRows.back().nPoolWords = vPool.size();
         PrintRow(vRows.back(), nBaselineKB, vDocs.size());
     }

@@ -46,10 +46,12 @@
 #define QX_BENCH_DATA_DIR "bench/data"
 #endif
 
+#include "BenchData.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Words = std::vector<std::string>;
+using qxbench::Words;
 constexpr double kNotMeasured = std::numeric_limits<double>::quiet_NaN();
 
 // Results of timed loops are stored here so that the work cannot be optimised out.
@@ -92,22 +94,8 @@ Options ParseOptions(int argc, char** argv) {
     return opt;
 }
 
-std::string ReadWholeFile(const std::string& sPath) {
-    std::ifstream in(sPath, std::ios::binary);
-    if (!in) Fail("cannot read " + sPath + " (run bench/make_data.sh)");
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
-
-Words ReadWords(const std::string& sPath) {
-    std::istringstream in(ReadWholeFile(sPath));
-    Words vWords;
-    for (std::string sLine; std::getline(in, sLine);) {
-        if (!sLine.empty()) vWords.push_back(sLine);
-    }
-    return vWords;
-}
+using qxbench::ReadWholeFile;
+using qxbench::ReadWords;
 
 // Chunks of at most nMax bytes, each ending at a line end when the chunk
 // holds one (a longer line is cut at nMax).
@@ -453,7 +441,7 @@ void PrintScanHeader(const Options& opt, size_t nChunks, double fMB) {
     std::printf(
         "cut at line ends, one call per chunk. CPDAT lists words by maximum matching\n"
         "from every start; Hyperscan counts every occurrence of every literal in a\n"
-        "callback. The two counts differ by design; MB/s is over the whole text.\n");
+        "callback. The two counts measure different things; MB/s is over the whole text.\n");
     std::printf("%-5s %7s | %8s %8s %10s | %8s %8s %10s | %5s\n", "dict", "words", "build s",
                 "MB/s", "words out", "build s", "MB/s", "matches", "ratio");
     std::printf("%-5s %7s | %-28s | %-28s |\n", "", "", "CPDAT", "Hyperscan (literals)");

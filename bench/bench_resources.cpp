@@ -41,6 +41,8 @@
 #include "PDAT.h"
 #include "WordList.h"
 
+#include "BenchData.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -192,10 +194,7 @@ void MeasureWordListFiles(const Options& opt) {
 }
 
 std::string ReadData(const Options& opt, const char* sName) {
-    const std::string sPath = opt.sData + "/" + sName;
-    std::ifstream in(sPath, std::ios::binary);
-    if (!in) Fail("cannot read " + sPath + " (run bench/make_data.sh)");
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return qxbench::ReadWholeFile(opt.sData + "/" + sName);
 }
 
 // The mode-0 dictionary of every line of words_all.txt; reports its build.

@@ -109,10 +109,10 @@ make_words() {
 
   awk -F '\t' '$3 == 1' "$tmp/table.tsv" |
     sort -t "$(printf '\t')" -k 2,2nr -k 4,4n >"$tmp/ranked.tsv"
-  local spec name count
-  for spec in 1k:1000 10k:10000 100k:100000; do
-    name="${spec%%:*}"
-    count="${spec##*:}"
+  local entry name count
+  for entry in 1k:1000 10k:10000 100k:100000; do
+    name="${entry%%:*}"
+    count="${entry##*:}"
     awk -F '\t' -v n="$count" 'NR <= n { print $1 }' "$tmp/ranked.tsv" \
       >"$tmp/words_$name.txt"
     if (($(wc -l <"$tmp/words_$name.txt") != count)); then

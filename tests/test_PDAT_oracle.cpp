@@ -5,7 +5,7 @@
 //    the fast builder's.
 //  * SetOracle holds the words in std::map / std::set and runs the full scan
 //    over them (no double array at all); lookups and MMFullScan must agree.
-//  * CellScanOracle runs the full scan literally as designed over the
+//  * CellScanOracle runs the plain, step-by-step full scan over the
 //    dictionary's own cells, for any dictionary in any mode; MMFullScan and
 //    MMFullScanSpans must agree with it.
 // Seeds are fixed and printed on failure.
@@ -548,9 +548,9 @@ TEST(PdatLookupOracle, FindAndFullScanAgreeWithAWordSet) {
     }
 }
 
-// ---- The full scan as designed, over the dictionary's own cells ----
+// ---- The plain full scan, over the dictionary's own cells ----
 
-// MMFullScan step by step as the design states it: every character read with
+// MMFullScan step by step in its plain form: every character read with
 // GetCharCode, every transition range-checked against the cells, the first
 // word end of an attempt reported and the same start walked again with flag
 // 0. Unlike SetOracle it takes any dictionary (all modes, negative handles,
@@ -702,7 +702,7 @@ std::string ScanText(std::mt19937& rng, const std::vector<std::string>& words,
     return t;
 }
 
-TEST(PdatScanOracle, FullScanFollowsTheDesignOnRandomDictionaries) {
+TEST(PdatScanOracle, FullScanFollowsThePlainScanOnRandomDictionaries) {
     const unsigned kScanSeed = kSeed + 4;
     std::mt19937 rng(kScanSeed);
     for (int round = 0; round < 240; ++round) {
@@ -766,7 +766,7 @@ TEST(PdatScanOracle, LongGbkTextsInByteMode) {
 
 // Words #, ##, ... write far more than they read (# is no letter or digit,
 // so IsValidString keeps every match): the 5 * len cap must drop exactly the
-// words the design drops, in every mode, and must be reached.
+// words the scan drops, in every mode, and must be reached.
 TEST(PdatScanOracle, OutputCapDropsTheSameWords) {
     const std::string texts[] = {"#",
                                  "##",

@@ -473,7 +473,7 @@ void FullScanWalk(const TrieView& v, const unsigned char* s, int len, Sink& o) {
     if (handle >= 0 && matchLen >= 1) em.Tail(start, matchLen, handle);
 }
 
-// FirstEndGoesOn. The scan as designed reports the first word end of an
+// FirstEndGoesOn. The plain scan reports the first word end of an
 // attempt (flag 1) and then walks the same start again with flag 0, passing
 // over the inner word ends up to a longer word. Going on from the word end
 // with flag 0 is the same walk without the repeated prefix: the second walk
@@ -515,7 +515,7 @@ void FullScanWalk(const TrieView& v, const unsigned char* s, int len, Sink& o) {
 // them. Then the window's attempts run in order: unmarked starters set flag
 // 1, a marked start whose walk ended at a leaf with no other word end on its
 // path writes that word, and any other marked start is made in full by
-// ByteAttempt, the attempt as designed, with the current flag. Mispredicted
+// ByteAttempt, one literal attempt of the plain scan, with the current flag. Mispredicted
 // branches remain only at marked starts.
 
 struct ScanCell {
