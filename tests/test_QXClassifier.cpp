@@ -63,7 +63,7 @@ class ClassifierApiTest : public ::testing::Test {
     qxtest::ScopedCwd m_cwd;
 };
 
-TEST_F(ClassifierApiTest, InitRecordsDirectoryAndEncodingAndFailsForTranslatorCodes) {
+TEST_F(ClassifierApiTest, InitRecordsDirectoryAndEncodingAndNeedsTranslatorData) {
     const std::string sConf = m_dir.write("rules.txt", kSportFinanceRules);
     const std::string sCwd = std::filesystem::current_path().string();
     const std::tuple<const char*, int, std::string> kCases[] = {
@@ -78,6 +78,9 @@ TEST_F(ClassifierApiTest, InitRecordsDirectoryAndEncodingAndFailsForTranslatorCo
     for (int encode = 1; encode <= 5; ++encode) {
         EXPECT_FALSE(Init(sConf.c_str(), m_dir.path().c_str(), encode)) << encode;
         EXPECT_EQ(g_pCodeTranslator, nullptr);
+        EXPECT_EQ(g_sLastErrorMessage, m_dir.path() + "/Data/" +
+                                           (encode == 1 || encode == 4 ? "GBKA" : "GBK") +
+                                           ".pdat cannot load!\n");
         EXPECT_TRUE(gcTParser.m_vstRules.empty());
         EXPECT_EQ(classifier_exec("t", "c", 1), nullptr);
     }

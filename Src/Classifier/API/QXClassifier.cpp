@@ -4,9 +4,11 @@
 // which the caller serialises. classifier_init records the data directory,
 // loads the rule list into gcTParser (appending to what is loaded) and creates
 // the buffer manager that owns every returned text; classifier_exit empties
-// the engine and destroys the manager. A classification copies the caller's
-// document into GBK (the encoding round trip, skipped while no translator is
-// set), runs the engine and registers a copy of its result text.
+// the engine and destroys the manager. For encoding codes 1 to 5,
+// classifier_init also creates the translator: a classification then
+// translates the caller's document into GBK (the caller's record is changed),
+// runs the engine and registers the result translated back; a detail request
+// translates the class name in and the report out.
 //
 // The buffer manager doubles as the "initialised" mark: it exists exactly
 // from the first successful classifier_init to classifier_exit, so the
@@ -21,8 +23,10 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "BufferManager.h"
+#include "CodeTran.h"
 #include "Global.h"
 #include "QXClassifierState.h"
 #include "global_linux.h"
@@ -66,31 +70,39 @@ std::string OrEmpty(const char* sText) {
 }
 
 // ---- Encoding round trip ----------------------------------------------------
-// The translator is not part of this build: g_pCodeTranslator stays null, so
-// these steps pass text through unchanged. With a translator they become:
-//   MakeTranslator: g_pCodeTranslator = new CCodeTran(g_sDefaultDir + "/" +
-//     "Data", encode); status != 1 -> delete it, null, false.
-//   ToGBK:   CodeToGBK(sText.c_str(), sOut), the result replacing sText.
-//   FromGBK: GBKToCode(sText.c_str(), sOut), the result returned.
-//   DestroyTranslator: delete g_pCodeTranslator.
 
-// Creates the translator for encode 1..5. Until translation is available no
-// translator can be made ready, so those codes make classifier_init fail.
-bool MakeTranslator(int /*encode*/) {
-    return false;
+// Translators dropped by a later classifier_init: no longer used, never
+// destroyed by a call, kept reachable here until the library is unloaded.
+std::vector<std::unique_ptr<CCodeTran>> g_vDroppedTranslators;
+
+void DropTranslator() {
+    if (g_pCodeTranslator != nullptr) g_vDroppedTranslators.emplace_back(g_pCodeTranslator);
+    g_pCodeTranslator = nullptr;
+}
+
+// Creates the translator for encode 1..5 from "<data directory>/Data". One
+// that does not load is destroyed again; its own message stands.
+bool MakeTranslator(int encode) {
+    auto pTran = std::make_unique<CCodeTran>((g_sDefaultDir + "/" + "Data").c_str(), encode);
+    if (pTran->GetStatus() != 1) return false;
+    g_pCodeTranslator = pTran.release();
+    return true;
 }
 
 // The caller's text into GBK in place; identity without a translator.
-void ToGBK(std::string& /*sText*/) {
+void ToGBK(std::string& sText) {
     if (g_pCodeTranslator == nullptr) return;
-    // ROUND TRIP IN: sText = CodeToGBK(sText).
+    std::string sOut;
+    g_pCodeTranslator->CodeToGBK(sText.c_str(), sOut);
+    sText.swap(sOut);
 }
 
 // The engine's GBK text into the caller's encoding; identity without one.
 std::string FromGBK(const std::string& sText) {
     if (g_pCodeTranslator == nullptr) return sText;
-    // ROUND TRIP OUT: return GBKToCode(sText).
-    return sText;
+    std::string sOut;
+    g_pCodeTranslator->GBKToCode(sText.c_str(), sOut);
+    return sOut;
 }
 
 // The five fields, in the order the translator is applied to them.
@@ -104,14 +116,14 @@ void DocToGBK(stDoc& d) {
 }
 
 void DestroyTranslator() {
-    // ROUND TRIP: delete g_pCodeTranslator once CCodeTran is complete here.
+    delete g_pCodeTranslator;
     g_pCodeTranslator = nullptr;
 }
 
 // ---- Calls ------------------------------------------------------------------
 
 bool Init(const char* conf, const char* sInitDirPath, int encode) {
-    g_pCodeTranslator = nullptr;  // an earlier translator is dropped, not destroyed
+    DropTranslator();  // an earlier translator is dropped, not destroyed
     g_nEncodeType = encode;
     GetDefaultPath(sInitDirPath);
     if (encode >= 1 && encode <= 5 && !MakeTranslator(encode)) return false;

@@ -1,0 +1,268 @@
+// CodeTran.cpp - loading the six resources and the word-by-word translation.
+//
+// CodeTrans copies the text once into a private buffer and takes it apart
+// line by line with StrLine (marked runs enabled), restoring each saved
+// separator byte before going on, so the text is walked once. Each ordinary
+// line is segmented into the translator's own segmentation buffer, which
+// MMSegment grows as needed and which is kept between calls. The words of the
+// segmented line are walked between tab bytes; a word's handle comes from
+// Find on its bytes, exactly as a caller looking the word up would get it
+// (Find folds white space and drops a leading byte-order mark or a pair of
+// quotes, which MMSegment's own walk does not).
+//
+// Marker merging: the only question ever asked of "the text last appended as a
+// unit" is whether it is "^^", so LineState keeps that one bit.
+#include "CodeTran.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "Global.h"
+#include "IDMaps.h"
+#include "PDAT.h"
+#include "Utility.h"
+#include "WordList.h"
+#include "global_linux.h"
+
+namespace {
+
+constexpr int kCodeCount = 5;
+constexpr int kResourceCount = 6;
+
+// File names per encoding code (row = code - 1), in load order: GBK-side
+// dictionary, GBK-side word list, code-side dictionary, code-side word list,
+// code-to-GBK map, GBK-to-code map. Row 4's maps are the other way round from
+// row 1's; kept as it stands.
+constexpr const char* kResourceNames[kCodeCount][kResourceCount] = {
+    {"GBKA.pdat", "GBKA.wordlist", "UTF8.pdat", "UTF8.wordlist", "UTF2GBKA.map", "GBKA2UTF.map"},
+    {"GBK.pdat", "GBK.wordlist", "BIG5.pdat", "BIG5.wordlist", "BIG2GBK.map", "GBK2BIG.map"},
+    {"GBK.pdat", "GBK.wordlist", "GBKA.pdat", "GBKA.wordlist", "GBKA2GBK.map", "GBK2GBKA.map"},
+    {"GBKA.pdat", "GBKA.wordlist", "UTF8.pdat", "UTF8.wordlist", "GBKA2UTF.map", "UTF2GBKA.map"},
+    {"GBK.pdat", "GBK.wordlist", "UTF8.pdat", "UTF8.wordlist", "UTF2GBK.map", "GBK2UTF.map"},
+};
+
+constexpr char kBom[] = "\xEF\xBB\xBF";
+constexpr size_t kBomLen = 3;
+
+bool StartsWithBom(const char* s) {
+    return std::strncmp(s, kBom, kBomLen) == 0;
+}
+
+bool SkipsBom(int nEncoding) {
+    return nEncoding == 1 || nEncoding == 4 || nEncoding == 5;
+}
+
+bool HighBit(char c) {
+    return (static_cast<unsigned char>(c) & 0x80) != 0;
+}
+
+// The word is the marker "^^" itself.
+bool IsMarker(const char* pWord, size_t nLen) {
+    return nLen == 2 && pWord[0] == '^' && pWord[1] == '^';
+}
+
+// Loads one resource object from sPath into a fresh owner; null on failure.
+template <typename T, typename... Args>
+T* LoadResource(const std::string& sPath, Args... args) {
+    T* pObj = new T(args...);
+    if (pObj->Load(sPath.c_str())) return pObj;
+    delete pObj;
+    return nullptr;
+}
+
+}  // namespace
+
+// The per-call state of one translation.
+struct CCodeTran::LineState {
+    std::string& result;
+    CPDAT* pSrcDict;
+    CIDMaps* pIDMaps;
+    CWordList* pDsnWordList;
+    bool bOutput;
+    bool bPrevMarker;  // the text last appended as a unit was the closing "^^"
+};
+
+CCodeTran::CCodeTran(const char* sDataPath, int nEncoding)
+    : m_pGBKSrcDict(nullptr),
+      m_pGBKWordList(nullptr),
+      m_pCodeDict(nullptr),
+      m_pCodeWordList(nullptr),
+      m_pCode2GBKMap(nullptr),
+      m_pGBK2CodeMap(nullptr),
+      m_nEncoding(0),
+      m_nStatus(0) {
+    if (nEncoding < 1 || nEncoding > kCodeCount) return;
+    if (!LoadAll(sDataPath ? sDataPath : "", nEncoding)) {
+        ReleaseAll();
+        return;
+    }
+    m_nEncoding = nEncoding;
+    m_nStatus = 1;
+}
+
+CCodeTran::~CCodeTran() {
+    ReleaseAll();
+    std::free(m_pSegBuf);
+}
+
+bool CCodeTran::LoadAll(const std::string& sDir, int nEncoding) {
+    const char* const* names = kResourceNames[nEncoding - 1];
+    for (int i = 0; i < kResourceCount; ++i) {
+        const std::string sPath = sDir + "/" + names[i];
+        bool bLoaded = false;
+        switch (i) {
+            case 0:
+                bLoaded = (m_pGBKSrcDict = LoadResource<CPDAT>(sPath, 0)) != nullptr;
+                break;
+            case 1:
+                bLoaded = (m_pGBKWordList = LoadResource<CWordList>(sPath, true, m_pGBKSrcDict)) !=
+                          nullptr;
+                break;
+            case 2:
+                bLoaded = (m_pCodeDict = LoadResource<CPDAT>(sPath, 0)) != nullptr;
+                break;
+            case 3:
+                bLoaded = (m_pCodeWordList = LoadResource<CWordList>(sPath, true, m_pCodeDict)) !=
+                          nullptr;
+                break;
+            case 4:
+                bLoaded = (m_pCode2GBKMap = LoadResource<CIDMaps>(sPath)) != nullptr;
+                break;
+            default:
+                bLoaded = (m_pGBK2CodeMap = LoadResource<CIDMaps>(sPath)) != nullptr;
+                break;
+        }
+        if (!bLoaded) {
+            ReportError(sPath + " cannot load!\n");
+            return false;
+        }
+    }
+    return true;
+}
+
+void CCodeTran::ReleaseAll() {
+    delete m_pGBKSrcDict;
+    delete m_pGBKWordList;
+    delete m_pCodeDict;
+    delete m_pCodeWordList;
+    delete m_pCode2GBKMap;
+    delete m_pGBK2CodeMap;
+    m_pGBKSrcDict = m_pCodeDict = nullptr;
+    m_pGBKWordList = m_pCodeWordList = nullptr;
+    m_pCode2GBKMap = m_pGBK2CodeMap = nullptr;
+}
+
+const char* CCodeTran::CodeToGBK(const char* sLine, std::string& result) {
+    return CodeTrans(sLine, result, m_pCodeDict, m_pCode2GBKMap, m_pGBKWordList, false);
+}
+
+const char* CCodeTran::GBKToCode(const char* sLine, std::string& result) {
+    return CodeTrans(sLine, result, m_pGBKSrcDict, m_pGBK2CodeMap, m_pCodeWordList, true);
+}
+
+const char* CCodeTran::CodeTrans(const char* sLine, std::string& result, CPDAT* pSrcDict,
+                                 CIDMaps* pIDMaps, CWordList* pDsnWordList, bool bOutput) {
+    result.clear();
+    if (!sLine || !pSrcDict || !pIDMaps || !pDsnWordList) return result.c_str();
+    if (SkipsBom(m_nEncoding) && StartsWithBom(sLine)) sLine += kBomLen;
+    const size_t nLen = std::strlen(sLine);
+    if (nLen == 0) return result.c_str();
+    result.reserve(nLen + nLen / 2);
+    m_vLine.assign(sLine, sLine + nLen + 1);
+
+    LineState st{result, pSrcDict, pIDMaps, pDsnWordList, bOutput, false};
+    char* pCur = m_vLine.data();
+    while (pCur) {
+        char* pNext = nullptr;
+        char chSep = 0;
+        int nStatus = 0;
+        const char* pLine = StrLine(pCur, &pNext, &chSep, &nStatus, true);
+        if (!pLine) break;
+        if (nStatus == 1) {
+            result += pLine;  // a marked run, copied without its markers
+        } else {
+            TranslateLine(pLine, st);
+        }
+        if (chSep != '^' && chSep != 0) result += chSep;
+        if (pNext && chSep != 0) *pNext = chSep;
+        pCur = pNext;
+    }
+    return result.c_str();
+}
+
+void CCodeTran::TranslateLine(const char* sLine, LineState& st) {
+    st.pSrcDict->MMSegment(sLine, nullptr, nullptr, &m_pSegBuf, &m_nSegCap, false, false, -1, '\t');
+    if (!m_pSegBuf) return;
+    st.bPrevMarker = false;  // the merging of marked runs does not cross lines
+    const char* p = m_pSegBuf;
+    while (true) {
+        while (*p == '\t') ++p;
+        if (*p == '\0') break;
+        const char* pEnd = std::strchr(p, '\t');
+        const size_t nWordLen = pEnd ? static_cast<size_t>(pEnd - p) : std::strlen(p);
+        TranslateWord(p, nWordLen, st);
+        p += nWordLen;
+    }
+}
+
+void CCodeTran::TranslateWord(const char* pWord, size_t nLen, LineState& st) {
+    std::string& result = st.result;
+    const int nHandle = st.pSrcDict->Find(pWord, static_cast<unsigned int>(nLen));
+    if (nHandle >= 0) {
+        int nCount = 0;
+        const idmaps_info* pMaps = st.pIDMaps->GetMaps(nHandle, &nCount);
+        if (pMaps && nCount > 0) {
+            const char* sText = st.pDsnWordList->GetWord(pMaps[0].handle2);
+            if (sText && *sText) {
+                result += sText;
+                st.bPrevMarker = IsMarker(pWord, nLen);
+                return;
+            }
+            WriteError("Cannot find map info of " + std::string(pWord, nLen), nullptr);
+        }
+        st.bPrevMarker = IsMarker(pWord, nLen);
+    }
+    const bool bInvalid = HighBit(pWord[0]);
+    if (bInvalid && st.bPrevMarker) {
+        result.erase(result.size() - std::min<size_t>(2, result.size()));  // one pair per run
+    } else if (!st.bOutput && bInvalid) {
+        result += "^^";
+    }
+    if (bInvalid) {
+        result += ' ';
+    } else {
+        result.append(pWord, nLen);
+    }
+    if (!st.bOutput && bInvalid) {
+        result += "^^";
+        st.bPrevMarker = true;
+    } else {
+        st.bPrevMarker = IsMarker(pWord, nLen);
+    }
+}
+
+bool CCodeTran::CodeToGBKFile(const char* sSrcFile, const char* sDsnFile) {
+    return TransFile(sSrcFile, sDsnFile, true);
+}
+
+bool CCodeTran::GBKToCodeFile(const char* sSrcFile, const char* sDsnFile) {
+    return TransFile(sSrcFile, sDsnFile, false);
+}
+
+bool CCodeTran::TransFile(const char* sSrcFile, const char* sDsnFile, bool bToGBK) {
+    std::string sText;
+    if (ReadFile(sSrcFile, sText) == 0) return false;
+    FilePtr fp = OpenFile(sDsnFile, "wt");
+    if (!fp) return false;
+    const char* pText = sText.c_str();
+    if (m_nEncoding == 1 && bToGBK && StartsWithBom(pText)) pText += kBomLen;
+    if (m_nEncoding == 1 && !bToGBK) WriteAll(fp.get(), kBom, kBomLen);
+    std::string sResult;
+    if (bToGBK) {
+        CodeToGBK(pText, sResult);
+    } else {
+        GBKToCode(pText, sResult);
+    }
+    sResult += '\n';
+    return WriteAll(fp.get(), sResult.data(), sResult.size());
+}
