@@ -2,19 +2,21 @@
 //
 // CodeTrans copies the text once into a private buffer and takes it apart
 // line by line with StrLine (marked runs enabled), restoring each saved
-// separator byte before going on, so the text is walked once. Each ordinary
-// line is segmented into the translator's own segmentation buffer, which
-// MMSegment grows as needed and which is kept between calls. The words of the
-// segmented line are walked between tab bytes; a word's handle comes from
-// Find on its bytes, exactly as a caller looking the word up would get it
-// (Find folds white space and drops a leading byte-order mark or a pair of
-// quotes, which MMSegment's own walk does not).
+// separator byte before going on, so the text is walked once. The words of a
+// line are what dictionary segmentation writes (each segment followed by a
+// tab) read back between tabs, each looked up with Find. Instead of writing
+// and re-reading that text, the line is segmented into spans that carry
+// Find's handle already (CPDAT::MMSegmentSpans); a segment holding a tab
+// byte falls apart into its pieces between tabs, each looked up with Find,
+// exactly as the tab walk would see them. The span buffer is kept between
+// calls.
 //
 // Marker merging: the only question ever asked of "the text last appended as a
 // unit" is whether it is "^^", so LineState keeps that one bit.
 #include "CodeTran.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 
 #include "Global.h"
@@ -42,6 +44,8 @@ constexpr const char* kResourceNames[kCodeCount][kResourceCount] = {
 };
 
 constexpr char kBom[] = "\xEF\xBB\xBF";
+// Longest line segmented as a whole (the dictionary's segmentation limit).
+constexpr size_t kMaxLineLen = (INT_MAX - 1) / 6;
 constexpr size_t kBomLen = 3;
 
 bool StartsWithBom(const char* s) {
@@ -102,7 +106,6 @@ CCodeTran::CCodeTran(const char* sDataPath, int nEncoding)
 
 CCodeTran::~CCodeTran() {
     ReleaseAll();
-    std::free(m_pSegBuf);
 }
 
 bool CCodeTran::LoadAll(const std::string& sDir, int nEncoding) {
@@ -191,23 +194,31 @@ const char* CCodeTran::CodeTrans(const char* sLine, std::string& result, CPDAT* 
 }
 
 void CCodeTran::TranslateLine(const char* sLine, LineState& st) {
-    st.pSrcDict->MMSegment(sLine, nullptr, nullptr, &m_pSegBuf, &m_nSegCap, false, false, -1, '\t');
-    if (!m_pSegBuf) return;
+    const int nLen = static_cast<int>(std::min<size_t>(std::strlen(sLine), kMaxLineLen));
+    st.pSrcDict->MMSegmentSpans(sLine, nLen, -1, m_vSpans);
     st.bPrevMarker = false;  // the merging of marked runs does not cross lines
-    const char* p = m_pSegBuf;
-    while (true) {
-        while (*p == '\t') ++p;
-        if (*p == '\0') break;
-        const char* pEnd = std::strchr(p, '\t');
-        const size_t nWordLen = pEnd ? static_cast<size_t>(pEnd - p) : std::strlen(p);
-        TranslateWord(p, nWordLen, st);
-        p += nWordLen;
+    for (const _stSegSpan& span : m_vSpans) {
+        const char* pWord = sLine + span.iStart;
+        const size_t nWord = static_cast<size_t>(span.nLen);
+        if (!std::memchr(pWord, '\t', nWord)) {
+            TranslateWord(pWord, nWord, span.nHandle, st);
+            continue;
+        }
+        // A segment holding tabs: the words are its pieces between them.
+        for (const char* p = pWord; p < pWord + nWord;) {
+            const char* pTab = static_cast<const char*>(std::memchr(p, '\t', pWord + nWord - p));
+            const char* pEnd = pTab ? pTab : pWord + nWord;
+            if (pEnd > p) {
+                const unsigned int n = static_cast<unsigned int>(pEnd - p);
+                TranslateWord(p, n, st.pSrcDict->Find(p, n), st);
+            }
+            p = pEnd + 1;
+        }
     }
 }
 
-void CCodeTran::TranslateWord(const char* pWord, size_t nLen, LineState& st) {
+void CCodeTran::TranslateWord(const char* pWord, size_t nLen, int nHandle, LineState& st) {
     std::string& result = st.result;
-    const int nHandle = st.pSrcDict->Find(pWord, static_cast<unsigned int>(nLen));
     if (nHandle >= 0) {
         int nCount = 0;
         const idmaps_info* pMaps = st.pIDMaps->GetMaps(nHandle, &nCount);

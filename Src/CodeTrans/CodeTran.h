@@ -36,6 +36,7 @@
 #include <vector>
 
 class CPDAT;
+struct _stSegSpan;
 class CWordList;
 class CIDMaps;
 
@@ -89,7 +90,7 @@ class CCodeTran {
     bool LoadAll(const std::string& sDir, int nEncoding);
     void ReleaseAll();
     void TranslateLine(const char* sLine, LineState& st);
-    void TranslateWord(const char* pWord, size_t nLen, LineState& st);
+    void TranslateWord(const char* pWord, size_t nLen, int nHandle, LineState& st);
     bool TransFile(const char* sSrcFile, const char* sDsnFile, bool bToGBK);
 
     CPDAT* m_pGBKSrcDict;        // GBK side: segments GBK text for GBKToCode
@@ -101,7 +102,6 @@ class CCodeTran {
     int m_nEncoding;             // encoding code, 0 until loaded
     int m_nStatus;               // 1 when all six resources loaded
 
-    std::vector<char> m_vLine;  // modifiable copy of the text
-    char* m_pSegBuf = nullptr;  // segmentation output (malloc'd, grown by MMSegment)
-    int m_nSegCap = 0;          // its capacity in bytes
+    std::vector<char> m_vLine;         // modifiable copy of the text
+    std::vector<_stSegSpan> m_vSpans;  // segments of the current line
 };

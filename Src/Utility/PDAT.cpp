@@ -47,6 +47,8 @@
 // it (ScanIndex, see "Byte-mode full scan"), with the same results.
 #include "PDAT.h"
 
+#include "PDATChars.h"
+
 #include <algorithm>
 #include <climits>
 #include <cstdint>
@@ -62,121 +64,9 @@ namespace {
 constexpr int kIndexedFrom = 9;                 // children count from which a node is hashed
 constexpr int kMaxScanLen = (INT_MAX - 1) / 5;  // keeps 5 * len + 1 in an int
 
-// ---- Characters ----
+// ---- Characters (see PDATChars.h) ----
 
-bool IsNarrowDelimiter(unsigned int b) {
-    return b == ' ' || b == '\t' || b == '\r' || b == '\n' || b == ',' || b == '/' || b == '_';
-}
-
-// Mode-2 two-byte delimiters: ＼ ｜ ， ． 。 、 － — and AA A4.
-bool IsWideDelimiter(unsigned int code) {
-    switch (code) {
-        case 0xA3DC:
-        case 0xA3FC:
-        case 0xA3AC:
-        case 0xA3AE:
-        case 0xA1A3:
-        case 0xA1A2:
-        case 0xA3AD:
-        case 0xA1AA:
-        case 0xAAA4:
-            return true;
-        default:
-            return false;
-    }
-}
-
-// Byte length of the delimiter at byte j, 0 if there is none.
-int DelimiterLen(const unsigned char* s, int j, int len) {
-    const unsigned int b = s[j];
-    if (b >= 0x80) return (j + 1 < len && IsWideDelimiter(b << 8 | s[j + 1])) ? 2 : 0;
-    return IsNarrowDelimiter(b) ? 1 : 0;
-}
-
-int DelimiterRun(const unsigned char* s, int i, int len) {
-    int j = i;
-    for (int d; j < len && (d = DelimiterLen(s, j, len)) > 0;) j += d;
-    return j - i;
-}
-
-// Mode-2 replacement of a two-byte character: brackets and quotes to their
-// ASCII forms, full-width digits and letters to ASCII digits and small
-// letters. -1 when the character is kept.
-int NormaliseWide(unsigned int code) {
-    switch (code) {
-        case 0xA3A8:
-        case 0xA1BE:
-            return '(';  // （ 【
-        case 0xA3A9:
-        case 0xA1BF:
-            return ')';  // ） 】
-        case 0xA1B0:
-        case 0xA1B1:
-        case 0xA1AE:
-        case 0xA3A7:
-            return '"';  // “ ” ‘ ＇
-        default:
-            break;
-    }
-    if ((code >> 8) != 0xA3) return -1;
-    const int lo = code & 0xFF;
-    if (lo >= 0xB0 && lo <= 0xB9) return lo - 128;
-    if (lo >= 0xC1 && lo <= 0xDA) return lo - 96;
-    if (lo >= 0xE1 && lo <= 0xFA) return lo - 128;
-    return -1;
-}
-
-int FoldAscii(unsigned int b) {
-    return static_cast<int>(b - 'A' < 26u ? b + 32 : b);
-}
-
-// Raw code and byte length of the character at byte i (0 <= i < len).
-template <int kMode>
-inline int CharCodeAt(const unsigned char* s, int i, int len, int* pLen) {
-    const unsigned int b = s[i];
-    if (kMode == 1) {
-        *pLen = 1;
-        return static_cast<int>(b);
-    }
-    if (b >= 0x80 && i + 1 < len) {
-        const unsigned int code = b << 8 | s[i + 1];
-        if (kMode == 2) {
-            const int n = NormaliseWide(code);
-            if (n >= 0) {
-                *pLen = 2;
-                return n;
-            }
-            if (IsWideDelimiter(code)) {
-                *pLen = DelimiterRun(s, i, len);
-                return 9;
-            }
-        }
-        *pLen = 2;
-        return static_cast<int>(code);
-    }
-    if (kMode == 2 && IsNarrowDelimiter(b)) {
-        *pLen = DelimiterRun(s, i, len);
-        return 9;
-    }
-    *pLen = 1;
-    return FoldAscii(b);
-}
-
-using CharCodeFn = int (*)(const unsigned char*, int, int, int*);
-
-CharCodeFn CharCodeFor(int nMode) {
-    if (nMode == 1) return &CharCodeAt<1>;
-    if (nMode == 2) return &CharCodeAt<2>;
-    return &CharCodeAt<0>;
-}
-
-// Calls fn with the mode as a compile-time constant (unknown modes read as 0).
-template <typename Fn>
-decltype(auto) DispatchMode(int nMode, Fn&& fn) {
-    if (nMode == 1) return fn(std::integral_constant<int, 1>());
-    if (nMode == 2) return fn(std::integral_constant<int, 2>());
-    return fn(std::integral_constant<int, 0>());
-}
+using namespace pdat_chars;
 
 // Mode-2 length of word without its trailing delimiters (the last character is
 // one byte below 0x80, else the last two bytes).

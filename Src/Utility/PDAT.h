@@ -92,6 +92,14 @@ struct _stScanSpan {
     bool bBlank;
 };
 
+// One segment of MMSegmentSpans: bytes [iStart, iStart + nLen) of the text and
+// the handle Find gives for exactly those bytes (-1 for none).
+struct _stSegSpan {
+    int iStart;
+    int nLen;
+    int nHandle;
+};
+
 class CPDAT {
   public:
     // An empty dictionary in adding state. nMode: 0, 1 or 2 (see GetCharCode).
@@ -169,6 +177,14 @@ class CPDAT {
     // The same without handles, into the dictionary's own buffer; returns it
     // (valid until the next scan or segmentation; "" when memory runs out).
     char* MMSegment(const char* text, int maxLen, char sep);
+    // The segments MMSegment would write for the first len bytes of text (no
+    // terminator needed), as spans of the text in order (spans cleared first),
+    // each with Find's handle for its bytes: the walk's own handle, except
+    // for the few spans where Find's folding or its reading of cell 0 could
+    // see them differently, which are looked up. Lets a caller translate the
+    // segments without writing or re-reading the segmented text. Returns the
+    // span count; 0 for null text or len <= 0.
+    int MMSegmentSpans(const char* text, int len, int maxLen, std::vector<_stSegSpan>& spans) const;
     // Segments the file inPath with tab separators into outPath (the result
     // and "\n"). Returns thousands of input bytes per second of segmentation
     // (process clock), or 0 when nothing could be read or outPath cannot be

@@ -48,6 +48,8 @@
 
 #include "Global.h"
 #include "PDAT.h"
+
+#include "PDATChars.h"
 #include "Utility.h"
 #include "global_linux.h"
 
@@ -189,27 +191,72 @@ std::string SpellWord(const state* cells, int last, int k,
 
 // ---- Segmentation ---------------------------------------------------------------------
 
-// Bytes that end (and are never part of) an ASCII run.
+// Bytes that end (and are never part of) an ASCII run. A table: the test
+// runs for every byte of an ASCII run.
+struct RunStopTable {
+    bool stop[256] = {};
+    RunStopTable() {
+        stop[0] = true;
+        for (const char* p = " \t-_,.:/~#%^*()"; *p; ++p)
+            stop[static_cast<unsigned char>(*p)] = true;
+    }
+};
+const RunStopTable kRunStops;
+
 bool IsRunStop(unsigned char c) {
-    return c == 0 || std::strchr(" \t-_,.:/~#%^*()", c) != nullptr;
+    return kRunStops.stop[c];
 }
 
-// One MMSegment call: the cursor state and the emitters over the caller's
-// buffers (sized as the top of the file says).
-struct Segmenter {
-    const CPDAT& dict;
+// Writes the segments as MMSegment's text (each followed by sep) and,
+// when handles is not null, their handles (every segment's with
+// bKeepUnknown, else dictionary words' only). Buffers sized by the caller.
+struct TextSink {
+    const unsigned char* s;
+    int* handles;
+    char* out;
+    bool bKeepUnknown;
+    char sep;
+    int count = 0, nOut = 0;
+
+    void Segment(int from, int n, int handle) {
+        std::memcpy(out + nOut, s + from, static_cast<size_t>(n));
+        nOut += n;
+        out[nOut++] = sep;
+        if (handles && (bKeepUnknown || handle != -1)) handles[count++] = handle;
+    }
+};
+
+// Collects the segments as spans of the text, every segment with its handle.
+struct SpanSink {
+    std::vector<_stSegSpan>& spans;
+
+    void Segment(int from, int n, int handle) { spans.push_back({from, n, handle}); }
+};
+
+// One segmentation of len bytes of s: the cursor state of the forward
+// maximum matching walk, handing each segment to the sink in text order.
+// What one segmentation reads: the cells, the highest valid cell, the
+// character map and the text.
+struct SegmentInput {
     const state* cells;
     long long last;
     const int* charset;
     const unsigned char* s;
     int len;
-    int* handles;
-    char* out;
-    bool bKeepUnknown;
     int maxLen;
-    char sep;
+};
 
-    int i = 0, start = 0, cand = 0, prev = -2, handle = -1, count = 0, nOut = 0;
+template <int kMode, typename Sink>
+struct Segmenter {
+    const state* cells;
+    long long last;
+    const int* charset;
+    const unsigned char* s;
+    int len;
+    int maxLen;
+    Sink& sink;
+
+    int i = 0, start = 0, cand = 0, prev = -2, handle = -1;
     long long base = 0;
 
     void Reset() {
@@ -219,24 +266,18 @@ struct Segmenter {
     }
 
     void EmitWord(int from, int n) {
-        std::memcpy(out + nOut, s + from, static_cast<size_t>(n));
-        nOut += n;
-        out[nOut++] = sep;
-        if (handles && (bKeepUnknown || handle != -1)) handles[count++] = handle;
+        sink.Segment(from, n, handle);
         handle = -1;
     }
 
     // The character of charLen bytes ending at i, and, when it is one byte
     // (below 0x80 if bAsciiOnly) outside the stop set, the ASCII run after it.
     void EmitRun(int charLen, bool bAsciiOnly) {
-        std::memcpy(out + nOut, s + i - charLen, static_cast<size_t>(charLen));
-        nOut += charLen;
+        const int from = i - charLen;
         const unsigned char c = s[i - 1];
         if (charLen == 1 && (!bAsciiOnly || c < 0x80) && !IsRunStop(c))
-            while (i < len && s[i] < 0x80 && !IsRunStop(s[i]))
-                out[nOut++] = static_cast<char>(s[i++]);
-        out[nOut++] = sep;
-        if (bKeepUnknown && handles) handles[count++] = -1;
+            while (i < len && s[i] < 0x80 && !IsRunStop(s[i])) ++i;
+        sink.Segment(from, i - from, -1);
     }
 
     void Known(int dense, int charLen) {
@@ -276,7 +317,7 @@ struct Segmenter {
         Reset();
     }
 
-    int Run() {
+    void Run() {
         while (!(i >= len && (start >= len || cand < 1))) {
             if (cand > 0 && (i == len || (maxLen >= 1 && i > start + maxLen))) {
                 EmitWord(start, cand);
@@ -286,7 +327,7 @@ struct Segmenter {
             }
             if (i >= len) break;
             int charLen = 0;
-            const int code = dict.GetCharCode(reinterpret_cast<const char*>(s), i, len, &charLen);
+            const int code = pdat_chars::CharCodeAt<kMode>(s, i, len, &charLen);
             i += std::max(charLen, 1);
             const int dense = code >= 0 && code < kCodes ? charset[code] : -1;
             if (dense >= 0)
@@ -294,9 +335,35 @@ struct Segmenter {
             else
                 Unknown(std::max(charLen, 1));
         }
-        return count;
     }
 };
+
+// Segments in.s with the character reader of nMode.
+template <typename Sink>
+void RunSegmenter(int nMode, const SegmentInput& in, Sink& sink) {
+    pdat_chars::DispatchMode(nMode, [&](auto mode) {
+        Segmenter<decltype(mode)::value, Sink> seg{in.cells, in.last,   in.charset, in.s,
+                                                   in.len,   in.maxLen, sink};
+        seg.Run();
+    });
+}
+
+// Whether Find on the n bytes at w could differ from the segmentation walk's
+// handle: Find skips a leading byte-order mark, drops a pair of enclosing
+// quotes and folds white space; and only the walks through cell 0 (entered
+// from the root by the character of dense code 0) treat that cell
+// differently (Find leaves its check untested and takes a base of 0 for a
+// word end). Every other span is walked cell by cell alike by both.
+bool FindMayDiffer(const CPDAT& dict, const unsigned char* w, int n, int nMode) {
+    if (nMode == 2) return true;  // normalised characters: always ask Find
+    if (n > 2 && w[0] == 0xEF && w[1] == 0xBB && w[2] == 0xBF) return true;
+    if (n > 1 && w[0] == '"' && w[n - 1] == '"') return true;
+    for (int k = 0; k < n; ++k)
+        if (w[k] == ' ' || w[k] == '\t' || w[k] == '\r' || w[k] == '\n') return true;
+    int charLen = 0;
+    const int code = dict.GetCharCode(reinterpret_cast<const char*>(w), 0, n, &charLen);
+    return dict.GetCharsetCode(static_cast<unsigned int>(code)) == 0;
+}
 
 // Makes *pBuf (malloc'd or null, *pCap elements) hold at least nNeed
 // elements; false, leaving both untouched, when memory runs out.
@@ -405,11 +472,24 @@ bool CPDAT::Export(const char* path) {
 
 int CPDAT::SegmentInto(const unsigned char* s, int len, int* handles, char* out, bool bKeepUnknown,
                        int maxLen, char sep, int* pOut) const {
-    Segmenter seg{*this,   m_pData, LastCell(),   m_charset, s,  len,
-                  handles, out,     bKeepUnknown, maxLen,    sep};
-    const int count = len > 0 ? seg.Run() : 0;
-    *pOut = seg.nOut;
-    return count;
+    TextSink sink{s, handles, out, bKeepUnknown, sep};
+    if (len > 0) RunSegmenter(m_nMode, {m_pData, LastCell(), m_charset, s, len, maxLen}, sink);
+    *pOut = sink.nOut;
+    return sink.count;
+}
+
+int CPDAT::MMSegmentSpans(const char* text, int len, int maxLen,
+                          std::vector<_stSegSpan>& spans) const {
+    spans.clear();
+    if (!text || len <= 0) return 0;
+    const unsigned char* s = reinterpret_cast<const unsigned char*>(text);
+    SpanSink sink{spans};
+    RunSegmenter(m_nMode, {m_pData, LastCell(), m_charset, s, len, maxLen}, sink);
+    for (_stSegSpan& span : spans) {
+        if (FindMayDiffer(*this, s + span.iStart, span.nLen, m_nMode))
+            span.nHandle = Find(text + span.iStart, static_cast<unsigned int>(span.nLen));
+    }
+    return static_cast<int>(spans.size());
 }
 
 int CPDAT::MMSegment(const char* text, int** handles, int* handleCap, char** result, int* resultCap,
