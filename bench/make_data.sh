@@ -45,7 +45,7 @@ if ((force == 0)) && have_all_outputs; then
   exit 0
 fi
 
-bash "$repo_dir/scripts/deps.sh" data bench
+bash "$repo_dir/scripts/deps.sh" words prose bench
 
 mkdir -p "$data_dir"
 tmp="$(mktemp -d "$data_dir/.tmp.XXXXXX")"
@@ -124,37 +124,8 @@ make_words() {
 
 # ---- prose -------------------------------------------------------------------
 
-# One manual page to plain UTF-8 text: left-adjusted (no justification
-# spaces), one continuous page (no headers per page), overstrikes removed.
-# col must run in a UTF-8 locale: in the C locale it escapes every non-ASCII
-# byte.
-render_page() {
-  { printf '.ad l\n'; zcat "$1"; } |
-    preconv -e UTF-8 |
-    groff -mandoc -Tutf8 -rLL=78n -rcR=1 -P-c 2>/dev/null |
-    LC_ALL=C.UTF-8 col -bx
-}
-
 make_prose() {
-  local f pages=0 skipped=0
-  : >"$tmp/prose.u8"
-  while IFS= read -r f; do
-    sed -e 's/\x1b\[[0-9;]*m//g' -e 's/\r$//' "$f" | awk '$0 != "%"' \
-      >>"$tmp/prose.u8"
-  done < <(package_files fortunes-zh '^/usr/share/games/fortunes/[^/]+$' |
-    grep -v '\.dat$')
-
-  echo "make_data.sh: rendering the zh_CN manual pages (about half a minute)"
-  while IFS= read -r f; do
-    if render_page "$f" >"$tmp/page.txt"; then
-      cat -s "$tmp/page.txt" >>"$tmp/prose.u8"
-      pages=$((pages + 1))
-    else
-      skipped=$((skipped + 1))
-    fi
-  done < <(package_files manpages-zh '^/usr/share/man/zh_CN/.*\.gz$')
-  echo "make_data.sh: $pages manual pages rendered, $skipped skipped"
-
+  bash "$repo_dir/scripts/make_prose.sh" "$tmp/prose.u8"
   to_gbk <"$tmp/prose.u8" >"$tmp/prose.base"
 
   # The packages hold about 6 MB of GBK text: the whole text is repeated

@@ -10,13 +10,16 @@
 #   resources  bench_resources: id map completion, map, word list and
 #           dictionary save/load, dictionary segmentation (options --repeat N,
 #           --pairs N, --words N, --data DIR, --only NAME);
-#   all     all three in that order, with their default options (the default).
-# Usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options]]
+#   data    qxmakedata: writes the translator's data folder into a scratch
+#           folder three times, printing its file counts once and the time of
+#           each run (no options);
+#   all     all four in that order, with their default options (the default).
+# Usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options] | data]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 usage() {
-  echo "usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options]]" >&2
+  echo "usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options] | data]" >&2
   exit 2
 }
 
@@ -28,11 +31,12 @@ fi
 case "$which" in
   all) (($# == 0)) || usage ;;
   pdat | engine | resources) ;;
+  data) (($# == 0)) || usage ;;
   *) usage ;;
 esac
 
-bash scripts/deps.sh build bench
-bash bench/make_data.sh
+bash scripts/deps.sh build bench opencc
+[[ "$which" == data ]] || bash bench/make_data.sh
 
 cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DQX_BUILD_BENCH=ON \
   -DQX_BUILD_TESTS=OFF -DQX_SANITIZE=OFF >/dev/null
@@ -44,6 +48,21 @@ run() {
   "./build-bench/bench/$target" "$@"
 }
 
+# The qxdata target builds qxmakedata and the OpenCC text tables it reads.
+run_data() {
+  cmake --build build-bench -j 2 --target qxdata
+  local out="build-bench/qxmakedata-bench"
+  for i in 1 2 3; do
+    rm -rf "$out"
+    ./build-bench/tools/qxmakedata --opencc build-bench/opencc --out "$out" >"$out.txt"
+    if ((i == 1)); then
+      grep -v '^Build map success' "$out.txt" | grep -v '^total'
+    fi
+    echo "run $i: $(grep '^total' "$out.txt")"
+  done
+  rm -rf "$out" "$out.txt"
+}
+
 case "$which" in
   all)
     run pdat
@@ -51,6 +70,9 @@ case "$which" in
     run engine
     echo
     run resources
+    echo
+    run_data
     ;;
+  data) run_data ;;
   *) run "$which" "$@" ;;
 esac

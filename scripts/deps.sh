@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
 # Installs the Debian packages a task needs, only when they are missing.
-# Usage: scripts/deps.sh GROUP...   (groups: build, test, bench, data)
+# Usage: scripts/deps.sh GROUP...   (groups: build, test, bench, words, prose, opencc)
 set -euo pipefail
 
 declare -A GROUP_PACKAGES=(
   [build]="cmake g++ make libc6-dev"
   [test]="googletest libgtest-dev libgmock-dev pkgconf"
   [bench]="libbenchmark-dev libhyperscan-dev libmarisa-dev pkgconf"
-  [data]="python3-jieba manpages-zh fortunes-zh groff-base bsdextrautils gzip libc-bin"
+  [opencc]="opencc"
+  [words]="python3-jieba"
+  [prose]="manpages-zh fortunes-zh groff-base bsdextrautils gzip libc-bin"
 )
 
 wanted=()

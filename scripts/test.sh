@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/deps.sh build test
+bash scripts/deps.sh build test opencc prose
 
 jobs="$(nproc 2>/dev/null || echo 2)"
 
