@@ -1,9 +1,9 @@
 // qxclassify - classifies every document of a directory with a rule list.
 //
-// Usage: qxclassify [--utf8] [--log] [--data DIR] RULES DOCDIR
+// Usage: qxclassify [--utf8] [--log] [--data DIR] [--encoding NAME] RULES DOCDIR
 //
 // Uses the library through its public header only. Loads RULES (a GBK rule
-// list) with classifier_init(RULES, DIR, 0, null), then takes the "*.txt"
+// list) with classifier_init(RULES, DIR, code, null), then takes the "*.txt"
 // files of DOCDIR in byte order of their names and prints, per document, its
 // classes with weights and the detail report of its best (first) class:
 //
@@ -13,19 +13,30 @@
 //   <report lines as the library writes them>
 //   <blank line>
 //
-// and a closing line "<n> documents, <m> with a class". Output is GBK, the
-// library's own bytes; --utf8 converts it for UTF-8 terminals. --log switches
-// on the library's log files (in the working directory); by default they are
-// off. The loader's progress lines (one rule number per line) are kept off
+// and a closing line "<n> documents, <m> with a class". When --encoding is
+// given, a first line "encoding: <name> (code <code>)" names the choice.
+//
+// --encoding NAME says what the documents are written in: gbk (code 0, the
+// default), utf8 (code 5), gb18030 (code 3), big5 (code 2), or a code 0..5
+// itself (1 and 4 are UTF-8 too, translated against GB18030 inside). The
+// documents are handed to the library as they are; codes 1..5 make the
+// library translate, with the files of the "Data" folder under --data DIR
+// (default: the working directory). The rule list stays GBK whatever the
+// code.
+//
+// Output is in the documents' encoding, the library's bytes as it returns
+// them; --utf8 converts it for UTF-8 terminals. --log switches on the
+// library's log files (in the working directory); by default they are off.
+// The loader's progress lines (one rule number per line) are kept off
 // standard output.
 //
-// Document file (GBK): the first line is the title; directly after it, lines
+// Document file: the first line is the title; directly after it, lines
 // "author: X", "board: X" and "datatype: X" (any order, optional) set those
 // fields, blanks around X trimmed; every byte after them is the content.
 //
-// Exit status: 0 done; 1 the rule list did not load (the library's last error
-// is printed) or a document could not be read or classified; 2 bad usage or
-// unreadable DOCDIR.
+// Exit status: 0 done; 1 the rule list or the translator's data did not load
+// (the library's last error is printed) or a document could not be read or
+// classified; 2 bad usage or unreadable DOCDIR.
 #include <fcntl.h>
 #include <iconv.h>
 #include <unistd.h>
@@ -50,6 +61,8 @@ struct Options {
     bool bUTF8 = false;
     bool bLog = false;
     const char* sDataDir = nullptr;
+    const char* sEncodingArg = nullptr;  // --encoding as given, null without it
+    int nEncoding = 0;                   // classifier_init's encoding code
     std::string sRules;
     std::string sDocDir;
 };
@@ -60,7 +73,38 @@ struct ClassWeight {
     std::string sWeight;
 };
 
-const char kUsage[] = "usage: qxclassify [--utf8] [--log] [--data DIR] RULES DOCDIR\n";
+const char kUsage[] =
+    "usage: qxclassify [--utf8] [--log] [--data DIR] [--encoding NAME] RULES DOCDIR\n"
+    "  --encoding NAME  the documents' encoding: gbk (code 0, default), utf8 (code 5),\n"
+    "                   gb18030 (code 3), big5 (code 2), or a code 0..5; output\n"
+    "                   comes in the same encoding. Codes 1..5 need the translator's\n"
+    "                   files in the folder \"Data\" under --data DIR.\n"
+    "  --data DIR       the library's data directory (default: working directory)\n"
+    "  --utf8           convert the output to UTF-8\n"
+    "  --log            let the library write its log files\n";
+
+// The names --encoding takes; a bare code 0..5 is taken as well.
+const struct {
+    const char* sName;
+    int nCode;
+} kEncodingNames[] = {{"gbk", 0}, {"utf8", 5}, {"gb18030", 3}, {"big5", 2}};
+
+// Per code 0..5, the encoding the caller (and so the output) speaks: its name
+// in the "encoding:" line and its iconv name for --utf8.
+const struct {
+    const char* sName;
+    const char* sCharset;
+} kCallerSide[] = {{"gbk", "GBK"},         {"utf8", "UTF-8"}, {"big5", "BIG5"},
+                   {"gb18030", "GB18030"}, {"utf8", "UTF-8"}, {"utf8", "UTF-8"}};
+
+// The code an --encoding argument names; -1 for anything else.
+int EncodingCode(const std::string& sArg) {
+    for (const auto& e : kEncodingNames) {
+        if (sArg == e.sName) return e.nCode;
+    }
+    if (sArg.size() == 1 && sArg[0] >= '0' && sArg[0] <= '5') return sArg[0] - '0';
+    return -1;
+}
 
 bool ParseArgs(int argc, char** argv, Options& opts) {
     std::vector<std::string> vsPositional;
@@ -72,6 +116,13 @@ bool ParseArgs(int argc, char** argv, Options& opts) {
             opts.bLog = true;
         } else if (sArg == "--data" && i + 1 < argc) {
             opts.sDataDir = argv[++i];
+        } else if (sArg == "--encoding" && i + 1 < argc) {
+            opts.sEncodingArg = argv[++i];
+            opts.nEncoding = EncodingCode(opts.sEncodingArg);
+            if (opts.nEncoding < 0) {
+                fprintf(stderr, "qxclassify: unknown encoding '%s'\n", opts.sEncodingArg);
+                return false;
+            }
         } else if (!sArg.empty() && sArg[0] == '-') {
             return false;
         } else {
@@ -84,14 +135,15 @@ bool ParseArgs(int argc, char** argv, Options& opts) {
     return true;
 }
 
-// GBK to UTF-8; a byte iconv cannot take becomes "?" and is skipped.
-std::string GBKToUTF8(const std::string& sGBK) {
-    iconv_t cd = iconv_open("UTF-8", "GBK");
-    if (cd == reinterpret_cast<iconv_t>(-1)) return sGBK;
+// sText from charset sFrom to UTF-8; a byte iconv cannot take becomes "?" and
+// is skipped. Without a converter the text is returned unchanged.
+std::string ToUTF8(const std::string& sText, const char* sFrom) {
+    iconv_t cd = iconv_open("UTF-8", sFrom);
+    if (cd == reinterpret_cast<iconv_t>(-1)) return sText;
     std::string sOut;
-    std::vector<char> vcBuf(4 * sGBK.size() + 16);
-    char* pIn = const_cast<char*>(sGBK.data());
-    size_t nIn = sGBK.size();
+    std::vector<char> vcBuf(4 * sText.size() + 16);
+    char* pIn = const_cast<char*>(sText.data());
+    size_t nIn = sText.size();
     while (nIn > 0) {
         char* pOut = vcBuf.data();
         size_t nOut = vcBuf.size();
@@ -107,19 +159,36 @@ std::string GBKToUTF8(const std::string& sGBK) {
     return sOut;
 }
 
+// Writes texts as they are, or with --utf8 converted from their encoding:
+// results and reports are in the caller's encoding of the code; the library's
+// error messages are UTF-8 under code 1 and GBK under every other code.
 class Printer {
   public:
-    explicit Printer(bool bUTF8) : m_bUTF8(bUTF8) {}
-    void Out(const std::string& sGBK) const { Write(stdout, sGBK); }
-    void Err(const std::string& sGBK) const { Write(stderr, sGBK); }
+    Printer(bool bUTF8, int nEncoding)
+        : m_bUTF8(bUTF8),
+          m_sOutCharset(kCallerSide[nEncoding].sCharset),
+          m_sErrCharset(nEncoding == 1 ? "UTF-8" : "GBK") {}
+    void Out(const std::string& sText) const { Write(stdout, sText, m_sOutCharset); }
+    void Err(const std::string& sText) const { Write(stderr, sText, m_sErrCharset); }
 
   private:
-    void Write(FILE* fp, const std::string& sGBK) const {
-        const std::string sText = m_bUTF8 ? GBKToUTF8(sGBK) : sGBK;
-        fwrite(sText.data(), 1, sText.size(), fp);
+    void Write(FILE* fp, const std::string& sText, const char* sCharset) const {
+        const bool bConvert = m_bUTF8 && strcmp(sCharset, "UTF-8") != 0;
+        const std::string sOut = bConvert ? ToUTF8(sText, sCharset) : sText;
+        fwrite(sOut.data(), 1, sOut.size(), fp);
     }
     bool m_bUTF8;
+    const char* m_sOutCharset;
+    const char* m_sErrCharset;
 };
+
+// The library's last error without the line end some messages carry.
+std::string LastError() {
+    const char* sError = classifier_GetLastErrorMsg();
+    std::string s = sError != nullptr ? sError : "";
+    while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
+    return s;
+}
 
 std::string Trim(const std::string& s) {
     const size_t nFirst = s.find_first_not_of(" \t");
@@ -172,24 +241,54 @@ stDoc ParseDocument(const std::string& sBytes) {
     return d;
 }
 
-// Splits "<class> <weight>\t..." into its entries; the weight follows the
-// last blank of an entry, so class names may hold blanks.
+// Number of ASCII digits from pos on.
+size_t CountDigits(const std::string& s, size_t pos) {
+    size_t n = 0;
+    while (pos + n < s.size() && s[pos + n] >= '0' && s[pos + n] <= '9') ++n;
+    return n;
+}
+
+// Length of the weight " <digits>.<4 digits>" starting at pos, blank
+// included; 0 when none starts there. Digits past the fourth decimal are not
+// the weight's.
+size_t WeightLength(const std::string& s, size_t pos) {
+    if (s[pos] != ' ') return 0;
+    const size_t nInt = CountDigits(s, pos + 1);
+    const size_t nDot = pos + 1 + nInt;
+    if (nInt == 0 || nDot >= s.size() || s[nDot] != '.') return 0;
+    if (CountDigits(s, nDot + 1) < 4) return 0;
+    return 1 + nInt + 1 + 4;
+}
+
+// Splits a result text "<class> <weight>\t..." into its entries. The tab
+// cannot be relied on: with an encoding code the library translates the
+// result, and the translator drops tab bytes, so "A 2.0000\tB 1.0000\t"
+// comes back as "A 2.0000B 1.0000". An entry therefore ends after its weight,
+// which the library writes with "%.4f": a blank, digits, '.', exactly four
+// digits, then a tab or not. Class names may hold blanks (and digits, even
+// right after a weight); only a name holding such a weight pattern itself
+// would be cut. Text after the last weight counts as tab-separated names
+// without weights. The blank is ASCII in every encoding the tool takes and
+// never the second byte of a character, so the scan can go byte by byte.
 std::vector<ClassWeight> ParseResult(const std::string& sResult) {
     std::vector<ClassWeight> vResult;
+    size_t nStart = 0;
     size_t pos = 0;
     while (pos < sResult.size()) {
-        size_t nEnd = sResult.find('\t', pos);
-        if (nEnd == std::string::npos) nEnd = sResult.size();
-        const std::string sEntry = sResult.substr(pos, nEnd - pos);
-        const size_t nBlank = sEntry.rfind(' ');
-        if (!sEntry.empty()) {
-            if (nBlank == std::string::npos) {
-                vResult.push_back({sEntry, ""});
-            } else {
-                vResult.push_back({sEntry.substr(0, nBlank), sEntry.substr(nBlank + 1)});
-            }
+        const size_t nLen = WeightLength(sResult, pos);
+        if (nLen == 0) {
+            ++pos;
+            continue;
         }
-        pos = nEnd + 1;
+        vResult.push_back(
+            {sResult.substr(nStart, pos - nStart), sResult.substr(pos + 1, nLen - 1)});
+        pos += nLen;
+        if (pos < sResult.size() && sResult[pos] == '\t') ++pos;
+        nStart = pos;
+    }
+    for (size_t nEnd; nStart < sResult.size(); nStart = nEnd + 1) {
+        nEnd = std::min(sResult.find('\t', nStart), sResult.size());
+        if (nEnd > nStart) vResult.push_back({sResult.substr(nStart, nEnd - nStart), ""});
     }
     return vResult;
 }
@@ -223,7 +322,7 @@ bool InitQuietly(const Options& opts) {
     const int nSaved = dup(STDOUT_FILENO);
     const int nNull = open("/dev/null", O_WRONLY);
     if (nSaved >= 0 && nNull >= 0) dup2(nNull, STDOUT_FILENO);
-    const bool bOk = classifier_init(opts.sRules.c_str(), opts.sDataDir, 0, nullptr);
+    const bool bOk = classifier_init(opts.sRules.c_str(), opts.sDataDir, opts.nEncoding, nullptr);
     fflush(stdout);
     if (nSaved >= 0) {
         dup2(nSaved, STDOUT_FILENO);
@@ -246,8 +345,7 @@ Outcome ReportDocument(const fs::path& path, const Printer& printer) {
     stDoc d = ParseDocument(sBytes);
     const char* sResult = classifier_exec1(d, 1);
     if (sResult == nullptr) {
-        const char* sError = classifier_GetLastErrorMsg();
-        printer.Err("qxclassify: " + sName + ": " + (sError ? sError : "") + "\n");
+        printer.Err("qxclassify: " + sName + ": " + LastError() + "\n");
         return Outcome::kFailed;
     }
     const std::vector<ClassWeight> vClasses = ParseResult(sResult);
@@ -273,7 +371,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     g_bLog = opts.bLog ? 1 : 0;
-    const Printer printer(opts.bUTF8);
+    const Printer printer(opts.bUTF8, opts.nEncoding);
 
     std::vector<fs::path> vPaths;
     if (!ListDocuments(opts.sDocDir, vPaths)) {
@@ -281,12 +379,16 @@ int main(int argc, char** argv) {
         return 2;
     }
     if (!InitQuietly(opts)) {
-        const char* sError = classifier_GetLastErrorMsg();
-        printer.Err(std::string("qxclassify: ") + (sError ? sError : "") + "\n");
+        printer.Err("qxclassify: " + LastError() + "\n");
         classifier_exit();
         return 1;
     }
 
+    if (opts.sEncodingArg != nullptr) {
+        const std::string sCode = std::to_string(opts.nEncoding);
+        printer.Out("encoding: " + std::string(kCallerSide[opts.nEncoding].sName) + " (code " +
+                    sCode + ")\n");
+    }
     int nFailed = 0;
     int nClassified = 0;
     for (const auto& path : vPaths) {
