@@ -1,0 +1,169 @@
+// bench_codetran - speed of the map-based translator beside glibc iconv.
+//
+// Texts: DIR/prose.txt (GBK, about 10 MB, bench/make_data.sh), its UTF-8
+// form (iconv) and a traditional BIG5 form (the translator's own GBK -> BIG5
+// direction, code 2). For each direction the translator converts the whole
+// text in one call and iconv converts the same text in one call (skipping
+// what it cannot convert); each figure is the fastest of --repeat runs
+// (default 3), in MB of input per second, with the ratio of the two times.
+// The rows:
+//   utf8 -> gbk    CodeToGBK under code 5    iconv UTF-8 -> GBK
+//   gbk -> utf8    GBKToCode under code 5    iconv GBK -> UTF-8
+//   big5 -> gbk    CodeToGBK under code 2    iconv BIG5 -> GBK
+//   gbk -> big5    GBKToCode under code 2    iconv GBK -> BIG5
+// Loading a translator (six resource files) is timed too.
+//
+// Usage: bench_codetran [--repeat N] [--data DIR] [--trans-data DIR]
+//   --trans-data: the data directory holding "Data" (default: the build's).
+#include <iconv.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "BenchData.h"
+#include "CodeTran.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+volatile size_t g_nSink = 0;
+
+struct Options {
+    int nRepeat = 3;
+    std::string sData = "bench/data";
+    std::string sTransData = QX_BENCH_TRANS_DATA_DIR;
+};
+
+bool ParseArgs(int argc, char** argv, Options& opts) {
+    for (int i = 1; i + 1 < argc; i += 2) {
+        const std::string sKey = argv[i];
+        if (sKey == "--repeat") {
+            opts.nRepeat = std::max(1, std::atoi(argv[i + 1]));
+        } else if (sKey == "--data") {
+            opts.sData = argv[i + 1];
+        } else if (sKey == "--trans-data") {
+            opts.sTransData = argv[i + 1];
+        } else {
+            return false;
+        }
+    }
+    return argc % 2 == 1;
+}
+
+// Fastest of n runs of fn, in seconds.
+double Fastest(int n, const std::function<void()>& fn) {
+    double fBest = std::numeric_limits<double>::max();
+    for (int i = 0; i < n; ++i) {
+        const auto t0 = Clock::now();
+        fn();
+        fBest = std::min(fBest, std::chrono::duration<double>(Clock::now() - t0).count());
+    }
+    return fBest;
+}
+
+// iconv of the whole text in one call, sequences it cannot convert skipped.
+std::string Iconv(iconv_t cd, const std::string& sIn) {
+    std::string sOut(4 * sIn.size() + 16, '\0');
+    char* pIn = const_cast<char*>(sIn.data());
+    size_t nIn = sIn.size();
+    char* pOut = sOut.data();
+    size_t nOut = sOut.size();
+    iconv(cd, nullptr, nullptr, nullptr, nullptr);
+    while (nIn > 0) {
+        if (iconv(cd, &pIn, &nIn, &pOut, &nOut) != static_cast<size_t>(-1)) break;
+        if (errno == E2BIG) break;
+        ++pIn;  // EILSEQ or EINVAL: skip one byte
+        --nIn;
+    }
+    sOut.resize(sOut.size() - nOut);
+    return sOut;
+}
+
+struct IconvHandle {
+    iconv_t cd;
+    IconvHandle(const char* sTo, const char* sFrom) : cd(iconv_open(sTo, sFrom)) {
+        if (cd == reinterpret_cast<iconv_t>(-1)) {
+            std::fprintf(stderr, "iconv cannot convert %s to %s\n", sFrom, sTo);
+            std::exit(1);
+        }
+    }
+    ~IconvHandle() { iconv_close(cd); }
+};
+
+void Row(const char* sName, const std::string& sIn, double fOurs, double fIconv) {
+    const double fMB = double(sIn.size()) / 1e6;
+    std::printf("%-13s %8.1f MB/s   iconv %8.1f MB/s   time ratio %.2f\n", sName, fMB / fOurs,
+                fMB / fIconv, fOurs / fIconv);
+}
+
+void Measure(const char* sName, const Options& opts, const std::string& sIn,
+             const std::function<void(std::string&)>& translate, const char* sTo,
+             const char* sFrom) {
+    std::string sOut;
+    const double fOurs = Fastest(opts.nRepeat, [&] {
+        translate(sOut);
+        g_nSink = g_nSink + sOut.size();
+    });
+    IconvHandle ic(sTo, sFrom);
+    const double fIconv =
+        Fastest(opts.nRepeat, [&] { g_nSink = g_nSink + Iconv(ic.cd, sIn).size(); });
+    Row(sName, sIn, fOurs, fIconv);
+}
+
+std::unique_ptr<CCodeTran> LoadTranslator(const Options& opts, int nCode) {
+    std::unique_ptr<CCodeTran> pTran;
+    const std::string sDir = opts.sTransData + "/Data";
+    const double fLoad =
+        Fastest(opts.nRepeat, [&] { pTran = std::make_unique<CCodeTran>(sDir.c_str(), nCode); });
+    if (pTran->GetStatus() != 1) {
+        std::fprintf(stderr, "cannot load the translator for code %d from %s\n", nCode,
+                     sDir.c_str());
+        std::exit(1);
+    }
+    std::printf("load code %d      %8.3f s\n", nCode, fLoad);
+    return pTran;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options opts;
+    if (!ParseArgs(argc, argv, opts)) {
+        std::fprintf(stderr,
+                     "usage: bench_codetran [--repeat N] [--data DIR] [--trans-data DIR]\n");
+        return 2;
+    }
+    const std::string sGBK = qxbench::ReadWholeFile(opts.sData + "/prose.txt");
+    IconvHandle toUTF8("UTF-8", "GBK");
+    const std::string sUTF8 = Iconv(toUTF8.cd, sGBK);
+    std::printf("prose: %.2f MB GBK, %.2f MB UTF-8; fastest of %d runs\n", sGBK.size() / 1e6,
+                sUTF8.size() / 1e6, opts.nRepeat);
+
+    auto utf8 = LoadTranslator(opts, 5);
+    auto big5 = LoadTranslator(opts, 2);
+    std::string sBig5;
+    big5->GBKToCode(sGBK.c_str(), sBig5);
+
+    Measure(
+        "utf8 -> gbk", opts, sUTF8, [&](std::string& r) { utf8->CodeToGBK(sUTF8.c_str(), r); },
+        "GBK", "UTF-8");
+    Measure(
+        "gbk -> utf8", opts, sGBK, [&](std::string& r) { utf8->GBKToCode(sGBK.c_str(), r); },
+        "UTF-8", "GBK");
+    Measure(
+        "big5 -> gbk", opts, sBig5, [&](std::string& r) { big5->CodeToGBK(sBig5.c_str(), r); },
+        "GBK", "BIG5");
+    Measure(
+        "gbk -> big5", opts, sGBK, [&](std::string& r) { big5->GBKToCode(sGBK.c_str(), r); },
+        "BIG5", "GBK");
+    return 0;
+}
