@@ -107,6 +107,8 @@ TEST_F(CodeTranTest, WordsConvertOrBecomeMarkedBlanks) {
     for (const Case& c : cases) EXPECT_EQ(ToGBK(tran, c.in), c.out) << c.in;
     std::string r = "old";
     EXPECT_STREQ(tran.CodeToGBK(nullptr, r), "");
+    r = kZhongU + kWenU;  // the text may be the result's own
+    EXPECT_EQ(std::string(tran.CodeToGBK(r.c_str(), r)), kZhongG + kWenG);
     EXPECT_EQ(g_sLastErrorMessage, qxtest::kUntouched);
 }
 

@@ -53,7 +53,7 @@ std::string RandomText(std::mt19937& rng, int nMaxPieces, bool bWord) {
 struct Resources {
     std::unique_ptr<CPDAT> pDict;
     CIDMaps map;
-    CWordList list{false, nullptr};
+    CWordList list{true, nullptr};  // scrambled when saved, as the translator loads it
 };
 
 // A dictionary of random words, a map sending most handles to random ids
@@ -165,6 +165,35 @@ TEST(CodeTranOracle, TranslationEqualsTheLiteralProcedure) {
         }
     }
     EXPECT_EQ(nTexts, 6000);
+}
+
+// A translator loaded from files takes its words' targets from a table made
+// once per direction: the same results.
+TEST(CodeTranOracle, LoadedTranslatorEqualsTheLiteralProcedure) {
+    std::mt19937 rng(Seed() + 2);
+    qxtest::ScopedLog log(0);
+    for (int nRound = 0; nRound < 40; ++nRound) {
+        Resources r;
+        MakeResources(rng, nRound % 2, r);
+        qxtest::TempDir dir;
+        for (const char* sSide : {"UTF8", "GBK"}) {
+            ASSERT_TRUE(r.pDict->Save(dir.file(std::string(sSide) + ".pdat").c_str()));
+            ASSERT_TRUE(r.list.Save(dir.file(std::string(sSide) + ".wordlist").c_str()));
+        }
+        for (const char* sMap : {"UTF2GBK.map", "GBK2UTF.map"})
+            ASSERT_TRUE(r.map.Save(dir.file(sMap).c_str()));
+        CCodeTran tran(dir.path().c_str(), 5);
+        ASSERT_EQ(tran.GetStatus(), 1);
+        for (int k = 0; k < 20; ++k) {
+            std::string sText = RandomText(rng, 30, false);
+            std::string sOut;
+            const std::string sRead = sText.rfind("\xEF\xBB\xBF", 0) == 0 ? sText.substr(3) : sText;
+            ASSERT_EQ(tran.CodeToGBK(sText.c_str(), sOut), LiteralTrans(sRead, r, false))
+                << testing::PrintToString(sText);
+            ASSERT_EQ(tran.GBKToCode(sText.c_str(), sOut), LiteralTrans(sRead, r, true))
+                << testing::PrintToString(sText);
+        }
+    }
 }
 
 // The spans cover the text as MMSegment's segments do, each with Find's

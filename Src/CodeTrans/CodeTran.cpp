@@ -74,17 +74,95 @@ T* LoadResource(const std::string& sPath, Args... args) {
     return nullptr;
 }
 
+// The translation being written: bytes go straight into the caller's string,
+// which grows geometrically and is cut to length by Finish. (Appending word
+// by word through std::string costs more than the translation itself.)
+class OutText {
+  public:
+    OutText(std::string& s, size_t nExpected) : m_s(s) { m_s.resize(nExpected); }
+    void Append(const char* p, size_t n) {
+        if (m_n + n > m_s.size()) m_s.resize(std::max(2 * m_s.size(), m_n + n + 64));
+        char* q = &m_s[m_n];
+        if (n <= 8) {
+            for (size_t k = 0; k < n; ++k) q[k] = p[k];
+        } else {
+            std::memcpy(q, p, n);
+        }
+        m_n += n;
+    }
+    void Append(const char* s) { Append(s, std::strlen(s)); }
+    void Append(char c) { Append(&c, 1); }
+    // Takes back the last n bytes written (as many as there are).
+    void DropLast(size_t n) { m_n -= std::min(n, m_n); }
+    const char* Finish() {
+        m_s.resize(m_n);
+        return m_s.c_str();
+    }
+
+  private:
+    std::string& m_s;
+    size_t m_n = 0;
+};
+
 }  // namespace
+
+// What a source handle translates to through a map and a word list.
+struct CCodeTran::Target {
+    enum Kind : unsigned char { kNoMap, kText, kNoText };
+    const char* pText = nullptr;  // kText: the word list's text
+    unsigned int nLen = 0;        // its length
+    Kind kind = kNoMap;           // kNoMap: no map entry; kNoText: mapped to an id without text
+};
 
 // The per-call state of one translation.
 struct CCodeTran::LineState {
-    std::string& result;
+    OutText& out;
     CPDAT* pSrcDict;
     CIDMaps* pIDMaps;
     CWordList* pDsnWordList;
+    const std::vector<Target>* pTargets;  // by handle, or null: ask the map and list
     bool bOutput;
     bool bPrevMarker;  // the text last appended as a unit was the closing "^^"
 };
+
+// The target of nHandle (>= 0) read from the map and the word list.
+CCodeTran::Target CCodeTran::LookUpTarget(int nHandle, const CIDMaps& map, const CWordList& list) {
+    Target t;
+    int nCount = 0;
+    const idmaps_info* pMaps = map.GetMaps(nHandle, &nCount);
+    if (!pMaps || nCount <= 0) return t;
+    const char* sText = list.GetWord(pMaps[0].handle2);
+    if (sText && *sText) {
+        t.pText = sText;
+        t.nLen = static_cast<unsigned int>(std::strlen(sText));
+        t.kind = Target::kText;
+    } else {
+        t.kind = Target::kNoText;
+    }
+    return t;
+}
+
+// The target table of one direction of the translator's own resources, made
+// on first use: the resources never change after loading, and a table lookup
+// per word is much cheaper than the map's and the list's.
+const std::vector<CCodeTran::Target>* CCodeTran::TargetsFor(CPDAT* pSrcDict, CIDMaps* pIDMaps,
+                                                            CWordList* pDsnWordList) {
+    std::vector<Target>* pTable = nullptr;
+    if (pSrcDict == m_pCodeDict && pIDMaps == m_pCode2GBKMap && pDsnWordList == m_pGBKWordList) {
+        pTable = &m_vToGBK;
+    } else if (pSrcDict == m_pGBKSrcDict && pIDMaps == m_pGBK2CodeMap &&
+               pDsnWordList == m_pCodeWordList) {
+        pTable = &m_vToCode;
+    } else {
+        return nullptr;
+    }
+    if (pTable->empty() && pIDMaps->GetBound() > 0) {
+        pTable->resize(static_cast<size_t>(pIDMaps->GetBound()));
+        for (int h = 0; h < pIDMaps->GetBound(); ++h)
+            (*pTable)[static_cast<size_t>(h)] = LookUpTarget(h, *pIDMaps, *pDsnWordList);
+    }
+    return pTable;
+}
 
 CCodeTran::CCodeTran(const char* sDataPath, int nEncoding)
     : m_pGBKSrcDict(nullptr),
@@ -165,15 +243,20 @@ const char* CCodeTran::GBKToCode(const char* sLine, std::string& result) {
 
 const char* CCodeTran::CodeTrans(const char* sLine, std::string& result, CPDAT* pSrcDict,
                                  CIDMaps* pIDMaps, CWordList* pDsnWordList, bool bOutput) {
-    result.clear();
-    if (!sLine || !pSrcDict || !pIDMaps || !pDsnWordList) return result.c_str();
+    if (!sLine || !pSrcDict || !pIDMaps || !pDsnWordList) {
+        result.clear();
+        return result.c_str();
+    }
     if (SkipsBom(m_nEncoding) && StartsWithBom(sLine)) sLine += kBomLen;
     const size_t nLen = std::strlen(sLine);
+    m_vLine.assign(sLine, sLine + nLen + 1);  // before result changes: sLine may be its text
+    result.clear();
     if (nLen == 0) return result.c_str();
-    result.reserve(nLen + nLen / 2);
-    m_vLine.assign(sLine, sLine + nLen + 1);
+    OutText out(result, nLen + nLen / 2 + 16);
 
-    LineState st{result, pSrcDict, pIDMaps, pDsnWordList, bOutput, false};
+    LineState st{
+        out,     pSrcDict, pIDMaps, pDsnWordList, TargetsFor(pSrcDict, pIDMaps, pDsnWordList),
+        bOutput, false};
     char* pCur = m_vLine.data();
     while (pCur) {
         char* pNext = nullptr;
@@ -182,25 +265,26 @@ const char* CCodeTran::CodeTrans(const char* sLine, std::string& result, CPDAT* 
         const char* pLine = StrLine(pCur, &pNext, &chSep, &nStatus, true);
         if (!pLine) break;
         if (nStatus == 1) {
-            result += pLine;  // a marked run, copied without its markers
+            out.Append(pLine);  // a marked run, copied without its markers
         } else {
             TranslateLine(pLine, st);
         }
-        if (chSep != '^' && chSep != 0) result += chSep;
+        if (chSep != '^' && chSep != 0) out.Append(chSep);
         if (pNext && chSep != 0) *pNext = chSep;
         pCur = pNext;
     }
-    return result.c_str();
+    return out.Finish();
 }
 
 void CCodeTran::TranslateLine(const char* sLine, LineState& st) {
     const int nLen = static_cast<int>(std::min<size_t>(std::strlen(sLine), kMaxLineLen));
     st.pSrcDict->MMSegmentSpans(sLine, nLen, -1, m_vSpans);
     st.bPrevMarker = false;  // the merging of marked runs does not cross lines
+    const bool bTabs = std::memchr(sLine, '\t', static_cast<size_t>(nLen)) != nullptr;
     for (const _stSegSpan& span : m_vSpans) {
         const char* pWord = sLine + span.iStart;
         const size_t nWord = static_cast<size_t>(span.nLen);
-        if (!std::memchr(pWord, '\t', nWord)) {
+        if (!bTabs || !std::memchr(pWord, '\t', nWord)) {
             TranslateWord(pWord, nWord, span.nHandle, st);
             continue;
         }
@@ -218,34 +302,34 @@ void CCodeTran::TranslateLine(const char* sLine, LineState& st) {
 }
 
 void CCodeTran::TranslateWord(const char* pWord, size_t nLen, int nHandle, LineState& st) {
-    std::string& result = st.result;
+    OutText& out = st.out;
     if (nHandle >= 0) {
-        int nCount = 0;
-        const idmaps_info* pMaps = st.pIDMaps->GetMaps(nHandle, &nCount);
-        if (pMaps && nCount > 0) {
-            const char* sText = st.pDsnWordList->GetWord(pMaps[0].handle2);
-            if (sText && *sText) {
-                result += sText;
-                st.bPrevMarker = IsMarker(pWord, nLen);
-                return;
-            }
-            WriteError("Cannot find map info of " + std::string(pWord, nLen), nullptr);
-        }
+        const std::vector<Target>* pTable = st.pTargets;
+        const Target t = !pTable ? LookUpTarget(nHandle, *st.pIDMaps, *st.pDsnWordList)
+                         : static_cast<size_t>(nHandle) < pTable->size()
+                             ? (*pTable)[static_cast<size_t>(nHandle)]
+                             : Target();
         st.bPrevMarker = IsMarker(pWord, nLen);
+        if (t.kind == Target::kText) {
+            out.Append(t.pText, t.nLen);
+            return;
+        }
+        if (t.kind == Target::kNoText)
+            WriteError("Cannot find map info of " + std::string(pWord, nLen), nullptr);
     }
     const bool bInvalid = HighBit(pWord[0]);
     if (bInvalid && st.bPrevMarker) {
-        result.erase(result.size() - std::min<size_t>(2, result.size()));  // one pair per run
+        out.DropLast(2);  // one pair of markers for the whole run
     } else if (!st.bOutput && bInvalid) {
-        result += "^^";
+        out.Append("^^", 2);
     }
     if (bInvalid) {
-        result += ' ';
+        out.Append(' ');
     } else {
-        result.append(pWord, nLen);
+        out.Append(pWord, nLen);
     }
     if (!st.bOutput && bInvalid) {
-        result += "^^";
+        out.Append("^^", 2);
         st.bPrevMarker = true;
     } else {
         st.bPrevMarker = IsMarker(pWord, nLen);

@@ -80,15 +80,20 @@ class CCodeTran {
     // final text, so no markers are written. A word found in the dictionary
     // and mapped to an id the word list has no text for is reported in the
     // error file ("Cannot find map info of <word>") and left untranslated.
-    // Returns result.c_str(); "" for null or empty sLine or a null resource.
+    // sLine may be result's own text. Returns result.c_str(); "" for null or
+    // empty sLine or a null resource.
     const char* CodeTrans(const char* sLine, std::string& result, CPDAT* pSrcDict, CIDMaps* pIDMaps,
                           CWordList* pDsnWordList, bool bOutput);
 
   private:
+    struct Target;
     struct LineState;
 
     bool LoadAll(const std::string& sDir, int nEncoding);
     void ReleaseAll();
+    static Target LookUpTarget(int nHandle, const CIDMaps& map, const CWordList& list);
+    const std::vector<Target>* TargetsFor(CPDAT* pSrcDict, CIDMaps* pIDMaps,
+                                          CWordList* pDsnWordList);
     void TranslateLine(const char* sLine, LineState& st);
     void TranslateWord(const char* pWord, size_t nLen, int nHandle, LineState& st);
     bool TransFile(const char* sSrcFile, const char* sDsnFile, bool bToGBK);
@@ -104,4 +109,6 @@ class CCodeTran {
 
     std::vector<char> m_vLine;         // modifiable copy of the text
     std::vector<_stSegSpan> m_vSpans;  // segments of the current line
+    std::vector<Target> m_vToGBK;      // CodeToGBK's targets by handle, made on first use
+    std::vector<Target> m_vToCode;     // GBKToCode's targets by handle, made on first use
 };

@@ -218,7 +218,7 @@ struct TextSink {
     char sep;
     int count = 0, nOut = 0;
 
-    void Segment(int from, int n, int handle) {
+    void Segment(int from, int n, int handle, bool /*bDense0*/) {
         std::memcpy(out + nOut, s + from, static_cast<size_t>(n));
         nOut += n;
         out[nOut++] = sep;
@@ -226,11 +226,55 @@ struct TextSink {
     }
 };
 
-// Collects the segments as spans of the text, every segment with its handle.
+// Bytes at which Find reads a word differently from the segmentation walk:
+// white space (folded), '"' (a pair of enclosing quotes is dropped) and the
+// first byte of a byte-order mark (skipped).
+struct FindTriggerTable {
+    bool hit[256] = {};
+    FindTriggerTable() {
+        for (unsigned char c : {' ', '\t', '\r', '\n', '"'}) hit[c] = true;
+        hit[0xEF] = true;
+    }
+};
+const FindTriggerTable kFindTriggers;
+
+bool HasFindTrigger(const unsigned char* w, int n) {
+    for (int k = 0; k < n; ++k)
+        if (kFindTriggers.hit[w[k]]) return true;
+    return false;
+}
+
+// Whether Find on the n bytes at w could differ from the walk's handle,
+// given that they hold a trigger byte: a leading byte-order mark, a pair of
+// enclosing quotes, or white space anywhere.
+bool FindMayDiffer(const unsigned char* w, int n) {
+    if (n > 2 && w[0] == 0xEF && w[1] == 0xBB && w[2] == 0xBF) return true;
+    if (n > 1 && w[0] == '"' && w[n - 1] == '"') return true;
+    for (int k = 0; k < n; ++k)
+        if (w[k] == ' ' || w[k] == '\t' || w[k] == '\r' || w[k] == '\n') return true;
+    return false;
+}
+
+// Collects the segments as spans of the text, each with Find's handle for
+// its bytes. That is the walk's own handle except where Find reads the bytes
+// differently: the trigger bytes above, mode 2's normalised characters
+// (always looked up), and walks through cell 0, which only a segment whose
+// first character has dense code 0 enters from the root (Find leaves that
+// cell's check untested and takes its base of 0 for a word end). Any other
+// segment is walked cell by cell alike by both.
 struct SpanSink {
+    const CPDAT& dict;
+    const unsigned char* s;
+    bool bAlwaysFind;  // mode 2
+    bool bTriggers;    // the text holds a trigger byte
     std::vector<_stSegSpan>& spans;
 
-    void Segment(int from, int n, int handle) { spans.push_back({from, n, handle}); }
+    void Segment(int from, int n, int handle, bool bDense0) {
+        if (bAlwaysFind || bDense0 || (bTriggers && FindMayDiffer(s + from, n)))
+            handle =
+                dict.Find(reinterpret_cast<const char*>(s) + from, static_cast<unsigned int>(n));
+        spans.push_back({from, n, handle});
+    }
 };
 
 // One segmentation of len bytes of s: the cursor state of the forward
@@ -258,6 +302,7 @@ struct Segmenter {
 
     int i = 0, start = 0, cand = 0, prev = -2, handle = -1;
     long long base = 0;
+    bool bStartDense0 = false;  // the character at start has dense code 0
 
     void Reset() {
         cand = 0;
@@ -266,18 +311,18 @@ struct Segmenter {
     }
 
     void EmitWord(int from, int n) {
-        sink.Segment(from, n, handle);
+        sink.Segment(from, n, handle, bStartDense0);
         handle = -1;
     }
 
     // The character of charLen bytes ending at i, and, when it is one byte
     // (below 0x80 if bAsciiOnly) outside the stop set, the ASCII run after it.
-    void EmitRun(int charLen, bool bAsciiOnly) {
+    void EmitRun(int charLen, bool bAsciiOnly, bool bDense0) {
         const int from = i - charLen;
         const unsigned char c = s[i - 1];
         if (charLen == 1 && (!bAsciiOnly || c < 0x80) && !IsRunStop(c))
             while (i < len && s[i] < 0x80 && !IsRunStop(s[i])) ++i;
-        sink.Segment(from, i - from, -1);
+        sink.Segment(from, i - from, -1, bDense0);
     }
 
     void Known(int dense, int charLen) {
@@ -296,7 +341,7 @@ struct Segmenter {
             if (base != p) return;  // an inner word end: look for a longer word
             EmitWord(start, cand);
         } else if (cand < 1) {
-            EmitRun(charLen, true);
+            EmitRun(charLen, true, dense == 0);
         } else {
             EmitWord(start, cand);
             i = start + cand;
@@ -308,7 +353,7 @@ struct Segmenter {
     void Unknown(int charLen) {
         if (cand > 0) EmitWord(start, cand);
         if (cand == 0 || start + cand >= i - charLen) {
-            EmitRun(charLen, false);
+            EmitRun(charLen, false, false);
             start = i;
         } else {  // rescan the bytes between the candidate and this character
             start += cand;
@@ -327,9 +372,11 @@ struct Segmenter {
             }
             if (i >= len) break;
             int charLen = 0;
+            const bool bAtStart = i == start;
             const int code = pdat_chars::CharCodeAt<kMode>(s, i, len, &charLen);
             i += std::max(charLen, 1);
             const int dense = code >= 0 && code < kCodes ? charset[code] : -1;
+            if (bAtStart) bStartDense0 = dense == 0;
             if (dense >= 0)
                 Known(dense, std::max(charLen, 1));
             else
@@ -346,23 +393,6 @@ void RunSegmenter(int nMode, const SegmentInput& in, Sink& sink) {
                                                    in.len,   in.maxLen, sink};
         seg.Run();
     });
-}
-
-// Whether Find on the n bytes at w could differ from the segmentation walk's
-// handle: Find skips a leading byte-order mark, drops a pair of enclosing
-// quotes and folds white space; and only the walks through cell 0 (entered
-// from the root by the character of dense code 0) treat that cell
-// differently (Find leaves its check untested and takes a base of 0 for a
-// word end). Every other span is walked cell by cell alike by both.
-bool FindMayDiffer(const CPDAT& dict, const unsigned char* w, int n, int nMode) {
-    if (nMode == 2) return true;  // normalised characters: always ask Find
-    if (n > 2 && w[0] == 0xEF && w[1] == 0xBB && w[2] == 0xBF) return true;
-    if (n > 1 && w[0] == '"' && w[n - 1] == '"') return true;
-    for (int k = 0; k < n; ++k)
-        if (w[k] == ' ' || w[k] == '\t' || w[k] == '\r' || w[k] == '\n') return true;
-    int charLen = 0;
-    const int code = dict.GetCharCode(reinterpret_cast<const char*>(w), 0, n, &charLen);
-    return dict.GetCharsetCode(static_cast<unsigned int>(code)) == 0;
 }
 
 // Makes *pBuf (malloc'd or null, *pCap elements) hold at least nNeed
@@ -483,12 +513,8 @@ int CPDAT::MMSegmentSpans(const char* text, int len, int maxLen,
     spans.clear();
     if (!text || len <= 0) return 0;
     const unsigned char* s = reinterpret_cast<const unsigned char*>(text);
-    SpanSink sink{spans};
+    SpanSink sink{*this, s, m_nMode == 2, HasFindTrigger(s, len), spans};
     RunSegmenter(m_nMode, {m_pData, LastCell(), m_charset, s, len, maxLen}, sink);
-    for (_stSegSpan& span : spans) {
-        if (FindMayDiffer(*this, s + span.iStart, span.nLen, m_nMode))
-            span.nHandle = Find(text + span.iStart, static_cast<unsigned int>(span.nLen));
-    }
     return static_cast<int>(spans.size());
 }
 
