@@ -10,16 +10,19 @@
 #   resources  bench_resources: id map completion, map, word list and
 #           dictionary save/load, dictionary segmentation (options --repeat N,
 #           --pairs N, --words N, --data DIR, --only NAME);
+#   codetran  bench_codetran: the translator's CodeToGBK and GBKToCode for
+#           UTF-8 and BIG5 prose beside glibc iconv on the same text, and its
+#           load time (options --repeat N, --data DIR, --trans-data DIR);
 #   data    qxmakedata: writes the translator's data folder into a scratch
 #           folder three times, printing its file counts once and the time of
 #           each run (no options);
-#   all     all four in that order, with their default options (the default).
-# Usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options] | data]
+#   all     all five in that order, with their default options (the default).
+# Usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options] | codetran [options] | data]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 usage() {
-  echo "usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options] | data]" >&2
+  echo "usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options] | codetran [options] | data]" >&2
   exit 2
 }
 
@@ -30,7 +33,7 @@ if (($# > 0)); then
 fi
 case "$which" in
   all) (($# == 0)) || usage ;;
-  pdat | engine | resources) ;;
+  pdat | engine | resources | codetran) ;;
   data) (($# == 0)) || usage ;;
   *) usage ;;
 esac
@@ -70,6 +73,8 @@ case "$which" in
     run engine
     echo
     run resources
+    echo
+    run codetran
     echo
     run_data
     ;;

@@ -1,17 +1,21 @@
 // FuzzTargets.cpp - fuzz entry points over the rule-list loader, dictionary
-// loading and the tagged parameter reader. Inputs go through a file because
+// loading, the tagged parameter reader and the code translator. Inputs go through a file because
 // that is how the library receives them; logging is switched off so no files
 // appear in the working directory.
 #include "FuzzTargets.h"
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
+#include "CodeTran.h"
 #include "Global.h"
+#include "IDMaps.h"
 #include "PDAT.h"
 #include "TextParser.h"
+#include "WordList.h"
 #include "XMLParamReader.h"
 
 namespace {
@@ -122,5 +126,43 @@ int FuzzParamReader(const uint8_t* pData, size_t nSize) {
     reader.getParamString(sPath.c_str(), sValue);
     reader.getParamInt(sPath.c_str(), nValue);
     reader.getParamDouble(sPath.c_str(), dValue);
+    return 0;
+}
+
+int FuzzCodeTran(const uint8_t* pData, size_t nSize) {
+    if (nSize == 0) return 0;
+    g_bLog = 0;
+    // Byte 0 picks the dictionary's mode; up to the first 0x01 byte come the
+    // dictionary's words, one a line; the rest is the text. Word h maps to
+    // itself and reads back as its own bytes, except every third, which maps
+    // to an id without text.
+    const std::string sAll(reinterpret_cast<const char*>(pData) + 1, nSize - 1);
+    const size_t nSplit = sAll.find('\x01');
+    const std::string sWords = sAll.substr(0, nSplit);
+    const std::string sText = nSplit == std::string::npos ? sAll : sAll.substr(nSplit + 1);
+    CPDAT dict(pData[0] % 3);
+    CIDMaps map;
+    CWordList list(true, nullptr);
+    map.MapInit();
+    size_t nFrom = 0;
+    for (int h = 0; nFrom <= sWords.size() && h < 200; ++h) {
+        const size_t nEnd = std::min(sWords.find('\n', nFrom), sWords.size());
+        const std::string sWord = sWords.substr(nFrom, nEnd - nFrom);
+        nFrom = nEnd + 1;
+        const int nHandle = dict.AddWord(sWord.c_str(), false);
+        if (nHandle < 0) continue;
+        map.MapAdd(nHandle, nHandle % 3 == 2 ? nHandle + 1000 : nHandle);
+        list.AddWord(sWord.c_str(), nHandle);
+    }
+    dict.AddWordComplete();
+    {
+        QuietStdout quiet;
+        map.MapComplete();
+    }
+    list.AddWordComplete();
+    CCodeTran tran(nullptr, 0);
+    std::string sOut;
+    tran.CodeTrans(sText.c_str(), sOut, &dict, &map, &list, false);
+    tran.CodeTrans(sOut.c_str(), sOut, &dict, &map, &list, true);  // in place
     return 0;
 }

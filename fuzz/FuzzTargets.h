@@ -10,3 +10,4 @@
 int FuzzRuleList(const uint8_t* pData, size_t nSize);     // loader + one document
 int FuzzPdatLoad(const uint8_t* pData, size_t nSize);     // dictionary file + lookups
 int FuzzParamReader(const uint8_t* pData, size_t nSize);  // tagged reader lookups
+int FuzzCodeTran(const uint8_t* pData, size_t nSize);     // translation both ways

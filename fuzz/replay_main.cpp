@@ -2,7 +2,7 @@
 // without libFuzzer (and for CTest). Runs a target on each seed file, then on
 // N mutants of each (truncations, byte flips, duplicated and deleted runs,
 // random bytes) drawn from a fixed-seed generator, so every run is the same.
-// Usage: qxfuzz_replay rulelist|pdat|reader [--mutations N] FILE...
+// Usage: qxfuzz_replay rulelist|pdat|reader|codetran [--mutations N] FILE...
 #include <unistd.h>
 
 #include <cstdio>
@@ -25,6 +25,7 @@ Target TargetNamed(const std::string& sName) {
     if (sName == "rulelist") return &FuzzRuleList;
     if (sName == "pdat") return &FuzzPdatLoad;
     if (sName == "reader") return &FuzzParamReader;
+    if (sName == "codetran") return &FuzzCodeTran;
     return nullptr;
 }
 
