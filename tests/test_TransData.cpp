@@ -63,14 +63,14 @@ struct Side {
     std::unique_ptr<CWordList> pList;
 };
 
-struct MapSpec {
+struct MapRow {
     const char* sFile;
     const char* sSrc;
     const char* sDst;
     bool bSameText;  // the target is the source's text in the other encoding
 };
 
-const MapSpec kMaps[] = {
+const MapRow kMaps[] = {
     {"UTF2GBKA.map", "UTF8", "GBKA", true}, {"GBKA2UTF.map", "GBKA", "UTF8", true},
     {"BIG2GBK.map", "BIG5", "GBK", false},  {"GBK2BIG.map", "GBK", "BIG5", false},
     {"GBKA2GBK.map", "GBKA", "GBK", true},  {"GBK2GBKA.map", "GBK", "GBKA", true},
@@ -90,7 +90,7 @@ class TransData : public ::testing::Test {
             ASSERT_TRUE(s.pDict->Load((kData + name + ".pdat").c_str())) << name;
             ASSERT_TRUE(s.pList->Load((kData + name + ".wordlist").c_str())) << name;
         }
-        for (const MapSpec& m : kMaps) {
+        for (const MapRow& m : kMaps) {
             auto& p = Maps()[m.sFile];
             p = std::make_unique<CIDMaps>();
             ASSERT_TRUE(p->Load((kData + m.sFile).c_str())) << m.sFile;
@@ -112,7 +112,7 @@ class TransData : public ::testing::Test {
     static const CPDAT& Dict(const std::string& side) { return *Sides()[side].pDict; }
 
     // The translator's step for one handle: first target's word-list text, or "".
-    static std::string Target(const MapSpec& m, int handle) {
+    static std::string Target(const MapRow& m, int handle) {
         int n = 0;
         const idmaps_info* targets = Maps()[m.sFile]->GetMaps(handle, &n);
         if (n < 1 || targets[0].handle2 < 0) return "";
@@ -120,12 +120,12 @@ class TransData : public ::testing::Test {
         return targets[0].handle2 < list.GetBound() ? list.GetWord(targets[0].handle2) : "";
     }
     // The same for a word of the source dictionary; "(no word)" when absent.
-    static std::string Translate(const MapSpec& m, const std::string& word) {
+    static std::string Translate(const MapRow& m, const std::string& word) {
         const int h = Dict(m.sSrc).Find(word.c_str());
         return h < 0 ? "(no word)" : Target(m, h);
     }
-    static const MapSpec& Spec(const std::string& file) {
-        for (const MapSpec& m : kMaps)
+    static const MapRow& MapRowOf(const std::string& file) {
+        for (const MapRow& m : kMaps)
             if (file == m.sFile) return m;
         throw std::logic_error("no map " + file);
     }
@@ -176,7 +176,7 @@ TEST_F(TransData, EveryGbkCharacterRoundTripsThroughUnicode) {
     const std::pair<const char*, const char*> routes[] = {{"GBK2UTF.map", "UTF2GBK.map"},
                                                           {"GBK2GBKA.map", "GBKA2GBK.map"}};
     for (const auto& [there, back] : routes) {
-        const MapSpec &mThere = Spec(there), &mBack = Spec(back);
+        const MapRow &mThere = MapRowOf(there), &mBack = MapRowOf(back);
         Conv toTarget(Sides()[mThere.sDst].sEncoding, "UTF-32LE");
         size_t nChars = 0;
         std::string cp, expected, canonical;
@@ -214,7 +214,7 @@ TEST_F(TransData, KnownTraditionalSimplifiedPairsConvert) {
         {"BIG2GBK.map", "\xAB\xE1\xAD\xB1", "\xBA\xF3\xC3\xE6"},
     };
     for (const Row& r : rows)
-        EXPECT_EQ(r.sTo, Translate(Spec(r.sMap), r.sFrom))
+        EXPECT_EQ(r.sTo, Translate(MapRowOf(r.sMap), r.sFrom))
             << r.sMap << " " << testing::PrintToString(std::string(r.sFrom));
 }
 
@@ -227,8 +227,8 @@ TEST_F(TransData, UnicodeSidesShareHandles) {
         ASSERT_TRUE(fromUtf8(Sides()["UTF8"].pList->GetWord(h), a)) << h;
         ASSERT_TRUE(fromGbka(Sides()["GBKA"].pList->GetWord(h), b)) << h;
         ASSERT_EQ(a, b) << "handle " << h;
-        ASSERT_EQ(Sides()["GBKA"].pList->GetWord(h), Target(Spec("UTF2GBKA.map"), h)) << h;
-        ASSERT_EQ(Sides()["UTF8"].pList->GetWord(h), Target(Spec("GBKA2UTF.map"), h)) << h;
+        ASSERT_EQ(Sides()["GBKA"].pList->GetWord(h), Target(MapRowOf("UTF2GBKA.map"), h)) << h;
+        ASSERT_EQ(Sides()["UTF8"].pList->GetWord(h), Target(MapRowOf("GBKA2UTF.map"), h)) << h;
     }
     // Plane 2 and 3 characters: present in both, beyond GBK.
     Conv toUtf8("UTF-8", "UTF-32LE"), toGbka("GB18030", "UTF-32LE");
@@ -236,7 +236,7 @@ TEST_F(TransData, UnicodeSidesShareHandles) {
         ASSERT_TRUE(toUtf8(Utf32(cp), a) && toGbka(Utf32(cp), b));
         EXPECT_GE(utf8.Find(a.c_str()), 0) << std::hex << cp;
         EXPECT_EQ(utf8.Find(a.c_str()), gbka.Find(b.c_str())) << std::hex << cp;
-        EXPECT_EQ("", Translate(Spec("UTF2GBK.map"), a)) << std::hex << cp;
+        EXPECT_EQ("", Translate(MapRowOf("UTF2GBK.map"), a)) << std::hex << cp;
     }
 }
 
@@ -244,7 +244,7 @@ TEST_F(TransData, UnicodeSidesShareHandles) {
 // code point the target encoding cannot write. Same-text targets decode to
 // the source's code points.
 TEST_F(TransData, EveryHandleHasATarget) {
-    for (const MapSpec& m : kMaps) {
+    for (const MapRow& m : kMaps) {
         SCOPED_TRACE(m.sFile);
         Conv srcToCp("UTF-32LE", Sides()[m.sSrc].sEncoding);
         Conv dstToCp("UTF-32LE", Sides()[m.sDst].sEncoding);

@@ -8,8 +8,9 @@
 //   GBK.pdat, BIG5.pdat   every character of the encoding (byte order), then
 //                         the admitted OpenCC phrases of that side (by bytes)
 //   GBKA.pdat, UTF8.pdat  every BMP and plane-2/3 character both encodings
-//                         take (by code point), then GBK.pdat's phrases (by
-//                         UTF-8 bytes): the same word under the same handle
+//                         take (by code point), no phrases: the same character
+//                         under the same handle; GBK.pdat's phrases reach
+//                         them as word-list-only texts
 //   BIG2GBK, GBK2BIG      traditional -> simplified and back (OpenCC tables)
 //   the other six maps    the same text in the other encoding; UTF2GBKA and
 //                         GBKA2UTF are therefore the identity on handles
