@@ -59,15 +59,8 @@ to_gbk() {
   ((rc <= 1))
 }
 
-# Regular files (not symlinks) a package installed under a directory, sorted.
-package_files() {
-  local pkg="$1" pattern="$2" f
-  dpkg-query -L "$pkg" | grep -E "$pattern" | sort | while IFS= read -r f; do
-    if [[ -f "$f" && ! -L "$f" ]]; then
-      printf '%s\n' "$f"
-    fi
-  done
-}
+# package_files PACKAGE PATTERN: the package's regular files, sorted.
+source "$repo_dir/scripts/package_files.sh"
 
 # ---- words -------------------------------------------------------------------
 

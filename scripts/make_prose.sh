@@ -18,15 +18,8 @@ out="$1"
 repo_dir="$(cd "$(dirname "$0")/.." && pwd)"
 bash "$repo_dir/scripts/deps.sh" prose
 
-# Regular files (not symlinks) a package installed, matching a pattern, sorted.
-package_files() {
-  local pkg="$1" pattern="$2" f
-  dpkg-query -L "$pkg" | grep -E "$pattern" | sort | while IFS= read -r f; do
-    if [[ -f "$f" && ! -L "$f" ]]; then
-      printf '%s\n' "$f"
-    fi
-  done
-}
+# package_files PACKAGE PATTERN: the package's regular files, sorted.
+source "$repo_dir/scripts/package_files.sh"
 
 render_page() {
   { printf '.ad l\n'; zcat "$1"; } |

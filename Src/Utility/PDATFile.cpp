@@ -277,10 +277,8 @@ struct SpanSink {
     }
 };
 
-// One segmentation of len bytes of s: the cursor state of the forward
-// maximum matching walk, handing each segment to the sink in text order.
 // What one segmentation reads: the cells, the highest valid cell, the
-// character map and the text.
+// character map, the text and the cap on a candidate's walk.
 struct SegmentInput {
     const state* cells;
     long long last;
@@ -290,14 +288,10 @@ struct SegmentInput {
     int maxLen;
 };
 
+// One segmentation of len bytes of s: the cursor state of the forward
+// maximum matching walk, handing each segment to the sink in text order.
 template <int kMode, typename Sink>
-struct Segmenter {
-    const state* cells;
-    long long last;
-    const int* charset;
-    const unsigned char* s;
-    int len;
-    int maxLen;
+struct Segmenter : SegmentInput {
     Sink& sink;
 
     int i = 0, start = 0, cand = 0, prev = -2, handle = -1;
@@ -389,8 +383,7 @@ struct Segmenter {
 template <typename Sink>
 void RunSegmenter(int nMode, const SegmentInput& in, Sink& sink) {
     pdat_chars::DispatchMode(nMode, [&](auto mode) {
-        Segmenter<decltype(mode)::value, Sink> seg{in.cells, in.last,   in.charset, in.s,
-                                                   in.len,   in.maxLen, sink};
+        Segmenter<decltype(mode)::value, Sink> seg{in, sink};
         seg.Run();
     });
 }
