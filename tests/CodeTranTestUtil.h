@@ -49,11 +49,13 @@ inline void SaveMap(const std::string& path, const std::vector<std::pair<int, in
 
 // The same small pair of sides under every file name of the table: the code
 // side is UTF-8 (mode 1), the GBK side GBK (mode 0). 中, 文 and 中文 map both
-// ways; 国 is in both dictionaries but mapped in neither direction; 书 maps to
-// GBK id 9, which has no text.
+// ways; 国 is in both dictionaries but mapped in neither direction; 书 and
+// the ASCII words "f1" to "f5" map to GBK id 9, which has no text (each
+// occurrence is reported, naming the word).
 inline void WriteFolder(const std::string& sDir) {
     auto file = [&](const std::string& name) { return sDir + "/" + name; };
-    const std::vector<std::string> code = {kZhongU, kWenU, kZhongU + kWenU, kGuoU, kShuU};
+    const std::vector<std::string> code = {
+        kZhongU, kWenU, kZhongU + kWenU, kGuoU, kShuU, "f1", "f2", "f3", "f4", "f5"};
     const std::vector<std::string> gbk = {kZhongG, kWenG, kZhongG + kWenG, kGuoG};
     for (const char* name : {"UTF8", "BIG5"}) {
         SaveDict(file(std::string(name) + ".pdat"), 1, code);
@@ -64,7 +66,8 @@ inline void WriteFolder(const std::string& sDir) {
         SaveList(file(std::string(name) + ".wordlist"), gbk);
     }
     for (const char* name : {"UTF2GBKA", "UTF2GBK", "BIG2GBK", "GBKA2GBK"})
-        SaveMap(file(std::string(name) + ".map"), {{0, 0}, {1, 1}, {2, 2}, {4, 9}});
+        SaveMap(file(std::string(name) + ".map"),
+                {{0, 0}, {1, 1}, {2, 2}, {4, 9}, {5, 9}, {6, 9}, {7, 9}, {8, 9}, {9, 9}});
     for (const char* name : {"GBKA2UTF", "GBK2UTF", "GBK2BIG", "GBK2GBKA"})
         SaveMap(file(std::string(name) + ".map"), {{0, 0}, {1, 1}, {2, 2}});
 }

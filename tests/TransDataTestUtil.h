@@ -16,31 +16,54 @@
 
 namespace qxtest::trans {
 
-// sText converted from one encoding to another by glibc iconv. A sequence
-// that does not convert makes the result false (the text converted so far
-// stays in sOut) unless bSkip is set, which drops it and goes on.
-inline bool Iconv(const char* sFrom, const char* sTo, const std::string& sText, std::string& sOut,
-                  bool bSkip = false) {
-    sOut.clear();
-    iconv_t cd = iconv_open(sTo, sFrom);
-    if (cd == reinterpret_cast<iconv_t>(-1)) return false;
-    std::vector<char> buf(4 * sText.size() + 16);
-    char* pIn = const_cast<char*>(sText.data());
-    size_t nIn = sText.size();
-    bool bOk = true;
-    while (nIn > 0) {
+// A glibc iconv converter between two encodings, kept open for many texts.
+class IconvConverter {
+  public:
+    IconvConverter(const char* sTo, const char* sFrom) : m_cd(iconv_open(sTo, sFrom)) {}
+    ~IconvConverter() {
+        if (m_cd != kNone) iconv_close(m_cd);
+    }
+    IconvConverter(const IconvConverter&) = delete;
+    IconvConverter& operator=(const IconvConverter&) = delete;
+
+    // sText converted into sOut. A sequence that does not convert makes the
+    // result false (what was converted before it stays in sOut) unless bSkip
+    // is set, which drops it and goes on.
+    bool operator()(const std::string& sText, std::string& sOut, bool bSkip = false) {
+        sOut.clear();
+        if (m_cd == kNone) return false;
+        iconv(m_cd, nullptr, nullptr, nullptr, nullptr);
+        std::vector<char> buf(4 * sText.size() + 16);
+        char* pIn = const_cast<char*>(sText.data());
+        size_t nIn = sText.size();
+        bool bOk = true;
+        while (nIn > 0) {
+            char* pOut = buf.data();
+            size_t nOut = buf.size();
+            const size_t rc = iconv(m_cd, &pIn, &nIn, &pOut, &nOut);
+            sOut.append(buf.data(), static_cast<size_t>(pOut - buf.data()));
+            if (rc != static_cast<size_t>(-1) || errno == E2BIG) continue;
+            bOk = false;
+            if (!bSkip) return false;
+            ++pIn;
+            --nIn;
+        }
         char* pOut = buf.data();
         size_t nOut = buf.size();
-        const size_t rc = iconv(cd, &pIn, &nIn, &pOut, &nOut);
+        if (iconv(m_cd, nullptr, nullptr, &pOut, &nOut) == static_cast<size_t>(-1)) bOk = false;
         sOut.append(buf.data(), static_cast<size_t>(pOut - buf.data()));
-        if (rc != static_cast<size_t>(-1) || errno == E2BIG) continue;
-        bOk = false;
-        if (!bSkip) break;
-        ++pIn;
-        --nIn;
+        return bOk;
     }
-    iconv_close(cd);
-    return bOk;
+
+  private:
+    static inline const iconv_t kNone = reinterpret_cast<iconv_t>(-1);
+    iconv_t m_cd;
+};
+
+// One conversion from one encoding to another (see IconvConverter).
+inline bool Iconv(const char* sFrom, const char* sTo, const std::string& sText, std::string& sOut,
+                  bool bSkip = false) {
+    return IconvConverter(sTo, sFrom)(sText, sOut, bSkip);
 }
 
 // The same when the conversion must succeed.

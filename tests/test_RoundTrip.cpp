@@ -106,6 +106,27 @@ TEST_F(RoundTripTest, DocumentGoesInAsGbkAndResultsComeBackInTheCallersEncoding)
     EXPECT_EQ(Text(classifier_detail(kClassG.c_str())), "");  // a GBK name is not the class
 }
 
+// The fields are translated in the order sAuthor, sBoard, sContent,
+// sDatatype, sTitle: each holds a word whose missing text is reported, so the
+// error file lists them in translation order.
+TEST_F(RoundTripTest, FieldsAreTranslatedInTheirFixedOrder) {
+    ASSERT_TRUE(Init(5, m_sRules));
+    g_bLog = 1;
+    stDoc d;
+    d.sTitle = "f5";
+    d.sContent = "f3";
+    d.sAuthor = "f1";
+    d.sBoard = "f2";
+    d.sDatatype = "f4";
+    ASSERT_NE(classifier_exec1(d, 0), nullptr);
+    const std::string sErr = m_log.DayFile(".err");
+    size_t nAt = 0;
+    for (const char* sWord : {"f1", "f2", "f3", "f4", "f5"}) {
+        nAt = sErr.find(std::string("Cannot find map info of ") + sWord + "\n", nAt);
+        ASSERT_NE(nAt, std::string::npos) << sWord << " out of order in:\n" << sErr;
+    }
+}
+
 TEST_F(RoundTripTest, LastErrorTextIsUtf8ForCodeOneOnly) {
     for (int encode : {1, 2, 3, 4, 5}) {
         ASSERT_TRUE(Init(encode, m_sRules)) << encode;

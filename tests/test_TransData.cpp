@@ -7,7 +7,6 @@
 // handle by handle, and known simplified/traditional pairs convert. The
 // expected character data is read from glibc iconv again here.
 #include <gtest/gtest.h>
-#include <iconv.h>
 
 #include <map>
 #include <memory>
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "IDMaps.h"
+#include "TransDataTestUtil.h"
 #include "PDAT.h"
 #include "WordList.h"
 
@@ -23,28 +23,7 @@ namespace {
 
 const std::string kData = std::string(QX_DATA_DIR) + "/Data/";
 
-// Converts whole texts between two iconv encodings; false for any failure.
-class Conv {
-  public:
-    Conv(const char* to, const char* from) : m_cd(iconv_open(to, from)) {}
-    ~Conv() {
-        if (m_cd != reinterpret_cast<iconv_t>(-1)) iconv_close(m_cd);
-    }
-    bool operator()(const std::string& in, std::string& out) {
-        out.assign(in.size() * 4 + 8, '\0');
-        iconv(m_cd, nullptr, nullptr, nullptr, nullptr);
-        char* pIn = const_cast<char*>(in.data());
-        char* pOut = out.data();
-        size_t nIn = in.size(), nOut = out.size();
-        const bool bOk = iconv(m_cd, &pIn, &nIn, &pOut, &nOut) == 0 &&
-                         iconv(m_cd, nullptr, nullptr, &pOut, &nOut) == 0;
-        out.resize(out.size() - nOut);
-        return bOk;
-    }
-
-  private:
-    iconv_t m_cd;
-};
+using Conv = qxtest::trans::IconvConverter;
 
 std::string Utf32(char32_t cp) {
     return {char(cp & 0xFF), char(cp >> 8 & 0xFF), char(cp >> 16 & 0xFF), char(cp >> 24)};

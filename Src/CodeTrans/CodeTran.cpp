@@ -5,11 +5,10 @@
 // separator byte before going on, so the text is walked once. The words of a
 // line are what dictionary segmentation writes (each segment followed by a
 // tab) read back between tabs, each looked up with Find. Instead of writing
-// and re-reading that text, the line is segmented into spans that carry
-// Find's handle already (CPDAT::MMSegmentSpans); a segment holding a tab
-// byte falls apart into its pieces between tabs, each looked up with Find,
-// exactly as the tab walk would see them. The span buffer is kept between
-// calls.
+// and re-reading that text, the line is segmented into spans of itself
+// (CPDAT::MMSegmentSpans) and each span is taken apart at its tab bytes (it
+// rarely has any), exactly as the tab walk would see it. The span buffer is
+// kept between calls.
 //
 // Marker merging: the only question ever asked of "the text last appended as a
 // unit" is whether it is "^^", so LineState keeps that one bit.
@@ -29,7 +28,7 @@
 namespace {
 
 constexpr int kCodeCount = 5;
-constexpr int kResourceCount = 6;
+constexpr int kResourceCount = 6;  // per row, in load order
 
 // File names per encoding code (row = code - 1), in load order: GBK-side
 // dictionary, GBK-side word list, code-side dictionary, code-side word list,
@@ -188,37 +187,17 @@ CCodeTran::~CCodeTran() {
 
 bool CCodeTran::LoadAll(const std::string& sDir, int nEncoding) {
     const char* const* names = kResourceNames[nEncoding - 1];
-    for (int i = 0; i < kResourceCount; ++i) {
-        const std::string sPath = sDir + "/" + names[i];
-        bool bLoaded = false;
-        switch (i) {
-            case 0:
-                bLoaded = (m_pGBKSrcDict = LoadResource<CPDAT>(sPath, 0)) != nullptr;
-                break;
-            case 1:
-                bLoaded = (m_pGBKWordList = LoadResource<CWordList>(sPath, true, m_pGBKSrcDict)) !=
-                          nullptr;
-                break;
-            case 2:
-                bLoaded = (m_pCodeDict = LoadResource<CPDAT>(sPath, 0)) != nullptr;
-                break;
-            case 3:
-                bLoaded = (m_pCodeWordList = LoadResource<CWordList>(sPath, true, m_pCodeDict)) !=
-                          nullptr;
-                break;
-            case 4:
-                bLoaded = (m_pCode2GBKMap = LoadResource<CIDMaps>(sPath)) != nullptr;
-                break;
-            default:
-                bLoaded = (m_pGBK2CodeMap = LoadResource<CIDMaps>(sPath)) != nullptr;
-                break;
-        }
-        if (!bLoaded) {
-            ReportError(sPath + " cannot load!\n");
-            return false;
-        }
-    }
-    return true;
+    std::string sPath;  // the file being loaded: the failing one when a load fails
+    auto path = [&](int i) -> const std::string& { return sPath = sDir + "/" + names[i]; };
+    // In the row's order; && stops at the first file that does not load.
+    const bool bLoaded = (m_pGBKSrcDict = LoadResource<CPDAT>(path(0), 0)) &&
+                         (m_pGBKWordList = LoadResource<CWordList>(path(1), true, m_pGBKSrcDict)) &&
+                         (m_pCodeDict = LoadResource<CPDAT>(path(2), 0)) &&
+                         (m_pCodeWordList = LoadResource<CWordList>(path(3), true, m_pCodeDict)) &&
+                         (m_pCode2GBKMap = LoadResource<CIDMaps>(path(4))) &&
+                         (m_pGBK2CodeMap = LoadResource<CIDMaps>(path(5)));
+    if (!bLoaded) ReportError(sPath + " cannot load!\n");
+    return bLoaded;
 }
 
 void CCodeTran::ReleaseAll() {
@@ -264,10 +243,12 @@ const char* CCodeTran::CodeTrans(const char* sLine, std::string& result, CPDAT* 
         int nStatus = 0;
         const char* pLine = StrLine(pCur, &pNext, &chSep, &nStatus, true);
         if (!pLine) break;
+        // StrLine zeroed the line's end byte at pNext (when there is one).
+        const size_t nLine = pNext ? static_cast<size_t>(pNext - pLine) : std::strlen(pLine);
         if (nStatus == 1) {
-            out.Append(pLine);  // a marked run, copied without its markers
+            out.Append(pLine, std::strlen(pLine));  // a marked run, copied without its markers
         } else {
-            TranslateLine(pLine, st);
+            TranslateLine(pLine, nLine, st);
         }
         if (chSep != '^' && chSep != 0) out.Append(chSep);
         if (pNext && chSep != 0) *pNext = chSep;
@@ -276,26 +257,22 @@ const char* CCodeTran::CodeTrans(const char* sLine, std::string& result, CPDAT* 
     return out.Finish();
 }
 
-void CCodeTran::TranslateLine(const char* sLine, LineState& st) {
-    const int nLen = static_cast<int>(std::min<size_t>(std::strlen(sLine), kMaxLineLen));
-    st.pSrcDict->MMSegmentSpans(sLine, nLen, -1, m_vSpans);
+void CCodeTran::TranslateLine(const char* sLine, size_t nLen, LineState& st) {
+    const int nSegLen = static_cast<int>(std::min(nLen, kMaxLineLen));
+    st.pSrcDict->MMSegmentSpans(sLine, nSegLen, -1, m_vSpans);
     st.bPrevMarker = false;  // the merging of marked runs does not cross lines
-    const bool bTabs = std::memchr(sLine, '\t', static_cast<size_t>(nLen)) != nullptr;
+    // The words are the segments read back between tabs: a segment holding
+    // tab bytes falls apart into its pieces between them.
+    const bool bTabs = std::memchr(sLine, '\t', static_cast<size_t>(nSegLen)) != nullptr;
     for (const _stSegSpan& span : m_vSpans) {
-        const char* pWord = sLine + span.iStart;
-        const size_t nWord = static_cast<size_t>(span.nLen);
-        if (!bTabs || !std::memchr(pWord, '\t', nWord)) {
-            TranslateWord(pWord, nWord, span.nHandle, st);
-            continue;
-        }
-        // A segment holding tabs: the words are its pieces between them.
-        for (const char* p = pWord; p < pWord + nWord;) {
-            const char* pTab = static_cast<const char*>(std::memchr(p, '\t', pWord + nWord - p));
-            const char* pEnd = pTab ? pTab : pWord + nWord;
-            if (pEnd > p) {
-                const unsigned int n = static_cast<unsigned int>(pEnd - p);
-                TranslateWord(p, n, st.pSrcDict->Find(p, n), st);
-            }
+        const char* p = sLine + span.iStart;
+        const char* const pSegEnd = p + span.nLen;
+        while (p < pSegEnd) {
+            const char* pTab =
+                bTabs ? static_cast<const char*>(std::memchr(p, '\t', pSegEnd - p)) : nullptr;
+            const char* pEnd = pTab ? pTab : pSegEnd;
+            const unsigned int n = static_cast<unsigned int>(pEnd - p);
+            if (n > 0) TranslateWord(p, n, st.pSrcDict->Find(p, n), st);
             p = pEnd + 1;
         }
     }

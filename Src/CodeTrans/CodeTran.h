@@ -94,7 +94,7 @@ class CCodeTran {
     static Target LookUpTarget(int nHandle, const CIDMaps& map, const CWordList& list);
     const std::vector<Target>* TargetsFor(CPDAT* pSrcDict, CIDMaps* pIDMaps,
                                           CWordList* pDsnWordList);
-    void TranslateLine(const char* sLine, LineState& st);
+    void TranslateLine(const char* sLine, size_t nLen, LineState& st);
     void TranslateWord(const char* pWord, size_t nLen, int nHandle, LineState& st);
     bool TransFile(const char* sSrcFile, const char* sDsnFile, bool bToGBK);
 

@@ -92,12 +92,10 @@ struct _stScanSpan {
     bool bBlank;
 };
 
-// One segment of MMSegmentSpans: bytes [iStart, iStart + nLen) of the text and
-// the handle Find gives for exactly those bytes (-1 for none).
+// One segment of MMSegmentSpans: bytes [iStart, iStart + nLen) of the text.
 struct _stSegSpan {
     int iStart;
     int nLen;
-    int nHandle;
 };
 
 class CPDAT {
@@ -179,11 +177,8 @@ class CPDAT {
     char* MMSegment(const char* text, int maxLen, char sep);
     // The segments MMSegment would write for the first len bytes of text (no
     // terminator needed), as spans of the text in order (spans cleared first),
-    // each with Find's handle for its bytes: the walk's own handle, except
-    // for the few spans where Find's folding or its reading of cell 0 could
-    // see them differently, which are looked up. Lets a caller translate the
-    // segments without writing or re-reading the segmented text. Returns the
-    // span count; 0 for null text or len <= 0.
+    // so a caller can walk them without writing and re-reading the segmented
+    // text. Returns the span count; 0 for null text or len <= 0.
     int MMSegmentSpans(const char* text, int len, int maxLen, std::vector<_stSegSpan>& spans) const;
     // Segments the file inPath with tab separators into outPath (the result
     // and "\n"). Returns thousands of input bytes per second of segmentation

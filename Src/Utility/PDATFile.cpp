@@ -218,7 +218,7 @@ struct TextSink {
     char sep;
     int count = 0, nOut = 0;
 
-    void Segment(int from, int n, int handle, bool /*bDense0*/) {
+    void Segment(int from, int n, int handle) {
         std::memcpy(out + nOut, s + from, static_cast<size_t>(n));
         nOut += n;
         out[nOut++] = sep;
@@ -226,55 +226,11 @@ struct TextSink {
     }
 };
 
-// Bytes at which Find reads a word differently from the segmentation walk:
-// white space (folded), '"' (a pair of enclosing quotes is dropped) and the
-// first byte of a byte-order mark (skipped).
-struct FindTriggerTable {
-    bool hit[256] = {};
-    FindTriggerTable() {
-        for (unsigned char c : {' ', '\t', '\r', '\n', '"'}) hit[c] = true;
-        hit[0xEF] = true;
-    }
-};
-const FindTriggerTable kFindTriggers;
-
-bool HasFindTrigger(const unsigned char* w, int n) {
-    for (int k = 0; k < n; ++k)
-        if (kFindTriggers.hit[w[k]]) return true;
-    return false;
-}
-
-// Whether Find on the n bytes at w could differ from the walk's handle,
-// given that they hold a trigger byte: a leading byte-order mark, a pair of
-// enclosing quotes, or white space anywhere.
-bool FindMayDiffer(const unsigned char* w, int n) {
-    if (n > 2 && w[0] == 0xEF && w[1] == 0xBB && w[2] == 0xBF) return true;
-    if (n > 1 && w[0] == '"' && w[n - 1] == '"') return true;
-    for (int k = 0; k < n; ++k)
-        if (w[k] == ' ' || w[k] == '\t' || w[k] == '\r' || w[k] == '\n') return true;
-    return false;
-}
-
-// Collects the segments as spans of the text, each with Find's handle for
-// its bytes. That is the walk's own handle except where Find reads the bytes
-// differently: the trigger bytes above, mode 2's normalised characters
-// (always looked up), and walks through cell 0, which only a segment whose
-// first character has dense code 0 enters from the root (Find leaves that
-// cell's check untested and takes its base of 0 for a word end). Any other
-// segment is walked cell by cell alike by both.
+// Collects the segments as spans of the text.
 struct SpanSink {
-    const CPDAT& dict;
-    const unsigned char* s;
-    bool bAlwaysFind;  // mode 2
-    bool bTriggers;    // the text holds a trigger byte
     std::vector<_stSegSpan>& spans;
 
-    void Segment(int from, int n, int handle, bool bDense0) {
-        if (bAlwaysFind || bDense0 || (bTriggers && FindMayDiffer(s + from, n)))
-            handle =
-                dict.Find(reinterpret_cast<const char*>(s) + from, static_cast<unsigned int>(n));
-        spans.push_back({from, n, handle});
-    }
+    void Segment(int from, int n, int /*handle*/) { spans.push_back({from, n}); }
 };
 
 // What one segmentation reads: the cells, the highest valid cell, the
@@ -296,7 +252,6 @@ struct Segmenter : SegmentInput {
 
     int i = 0, start = 0, cand = 0, prev = -2, handle = -1;
     long long base = 0;
-    bool bStartDense0 = false;  // the character at start has dense code 0
 
     void Reset() {
         cand = 0;
@@ -305,18 +260,18 @@ struct Segmenter : SegmentInput {
     }
 
     void EmitWord(int from, int n) {
-        sink.Segment(from, n, handle, bStartDense0);
+        sink.Segment(from, n, handle);
         handle = -1;
     }
 
     // The character of charLen bytes ending at i, and, when it is one byte
     // (below 0x80 if bAsciiOnly) outside the stop set, the ASCII run after it.
-    void EmitRun(int charLen, bool bAsciiOnly, bool bDense0) {
+    void EmitRun(int charLen, bool bAsciiOnly) {
         const int from = i - charLen;
         const unsigned char c = s[i - 1];
         if (charLen == 1 && (!bAsciiOnly || c < 0x80) && !IsRunStop(c))
             while (i < len && s[i] < 0x80 && !IsRunStop(s[i])) ++i;
-        sink.Segment(from, i - from, -1, bDense0);
+        sink.Segment(from, i - from, -1);
     }
 
     void Known(int dense, int charLen) {
@@ -335,7 +290,7 @@ struct Segmenter : SegmentInput {
             if (base != p) return;  // an inner word end: look for a longer word
             EmitWord(start, cand);
         } else if (cand < 1) {
-            EmitRun(charLen, true, dense == 0);
+            EmitRun(charLen, true);
         } else {
             EmitWord(start, cand);
             i = start + cand;
@@ -347,7 +302,7 @@ struct Segmenter : SegmentInput {
     void Unknown(int charLen) {
         if (cand > 0) EmitWord(start, cand);
         if (cand == 0 || start + cand >= i - charLen) {
-            EmitRun(charLen, false, false);
+            EmitRun(charLen, false);
             start = i;
         } else {  // rescan the bytes between the candidate and this character
             start += cand;
@@ -366,11 +321,9 @@ struct Segmenter : SegmentInput {
             }
             if (i >= len) break;
             int charLen = 0;
-            const bool bAtStart = i == start;
             const int code = pdat_chars::CharCodeAt<kMode>(s, i, len, &charLen);
             i += std::max(charLen, 1);
             const int dense = code >= 0 && code < kCodes ? charset[code] : -1;
-            if (bAtStart) bStartDense0 = dense == 0;
             if (dense >= 0)
                 Known(dense, std::max(charLen, 1));
             else
@@ -506,7 +459,7 @@ int CPDAT::MMSegmentSpans(const char* text, int len, int maxLen,
     spans.clear();
     if (!text || len <= 0) return 0;
     const unsigned char* s = reinterpret_cast<const unsigned char*>(text);
-    SpanSink sink{*this, s, m_nMode == 2, HasFindTrigger(s, len), spans};
+    SpanSink sink{spans};
     RunSegmenter(m_nMode, {m_pData, LastCell(), m_charset, s, len, maxLen}, sink);
     return static_cast<int>(spans.size());
 }
