@@ -7,7 +7,6 @@
 # QX_DATA_DIR is the data directory to hand the translator: the folder whose
 # "Data" subfolder holds the files.
 
-option(QX_BUILD_DATA "Build the code translator's data folder (needs opencc_dict)" ON)
 set(QX_DATA_DIR "${PROJECT_BINARY_DIR}")
 
 if(QX_BUILD_DATA)

@@ -1,4 +1,16 @@
-# Compiler options shared by every target of the project.
+# The project's options, all declared here, and the compiler options shared
+# by every target.
+#
+# Tests, benchmarks and fuzzing default to ON only when QXClassifier is the
+# top-level project; a project that embeds it with add_subdirectory gets the
+# library and tools alone unless it asks for more.
+
+option(QX_SANITIZE "Build everything with AddressSanitizer and UBSan" OFF)
+option(QX_BUILD_TESTS "Build the GoogleTest suite" ${PROJECT_IS_TOP_LEVEL})
+option(QX_BUILD_BENCH "Build the benchmarks (those whose peer libraries are found)" ${PROJECT_IS_TOP_LEVEL})
+option(QX_BUILD_FUZZ "Build the fuzz targets and their replay driver" ${PROJECT_IS_TOP_LEVEL})
+option(QX_FUZZ "Build libFuzzer binaries for the fuzz targets (clang only)" OFF)
+option(QX_BUILD_DATA "Build the code translator's data folder (needs opencc_dict)" ON)
 
 # Warnings for all project targets.
 function(qx_apply_warnings target)

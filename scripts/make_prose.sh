@@ -5,7 +5,8 @@
 # plain text (left-adjusted, one continuous page, overstrikes removed, runs of
 # blank lines squeezed). Deterministic: file lists are sorted and everything
 # runs under LC_ALL=C (col under C.UTF-8, which it needs for non-ASCII text).
-# Installs the packages when missing. Rendering takes about half a minute.
+# Needs fortunes-zh, manpages-zh and groff-base (bash scripts/deps.sh prose
+# installs them). Rendering takes about half a minute.
 # Usage: scripts/make_prose.sh OUTPUT
 set -euo pipefail
 export LC_ALL=C
@@ -16,7 +17,12 @@ if (($# != 1)); then
 fi
 out="$1"
 repo_dir="$(cd "$(dirname "$0")/.." && pwd)"
-bash "$repo_dir/scripts/deps.sh" prose
+for pkg in fortunes-zh manpages-zh groff-base; do
+  if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed"; then
+    echo "make_prose.sh: package $pkg is missing; run: bash scripts/deps.sh prose" >&2
+    exit 1
+  fi
+done
 
 # package_files PACKAGE PATTERN: the package's regular files, sorted.
 source "$repo_dir/scripts/package_files.sh"

@@ -1,7 +1,8 @@
-# Installs the build into a scratch prefix, builds a small caller against it
-# with nothing but the compiler and pkg-config, and runs it.
+# Installs the build into a scratch prefix and builds the same small caller
+# against it twice: with nothing but the compiler and pkg-config, and as a
+# CMake project with find_package(QXClassifier); runs both.
 # Run as: cmake -DBUILD_DIR=<build tree> -DWORK=<scratch dir> -DCXX=<compiler>
-#   -DPKG_CONFIG=<pkg-config> -DSOURCE=<caller .cpp> -DSANITIZE=<ON|OFF>
+#   -DPKG_CONFIG=<pkg-config> -DSOURCE_DIR=<tests/install> -DSANITIZE=<ON|OFF>
 #   -P install_test.cmake
 function(run_or_fail what)
   execute_process(COMMAND ${ARGN} WORKING_DIRECTORY ${WORK}
@@ -34,6 +35,14 @@ if(SANITIZE)
   set(SANITIZER_FLAGS -fsanitize=address,undefined)
 endif()
 run_or_fail("compile" ${CXX} -std=c++17 -Wall -Wextra -Werror ${SANITIZER_FLAGS}
-  ${SOURCE} ${FLAGS} -Wl,-rpath,${LIBDIR} -o ${WORK}/use_installed)
-run_or_fail("run" ${WORK}/use_installed)
-message(STATUS "${RUN_OUTPUT}")
+  ${SOURCE_DIR}/use_installed.cpp ${FLAGS} -Wl,-rpath,${LIBDIR} -o ${WORK}/use_installed)
+run_or_fail("run (pkg-config)" ${WORK}/use_installed)
+message(STATUS "pkg-config: ${RUN_OUTPUT}")
+
+string(REPLACE ";" " " SANITIZER_FLAGS "${SANITIZER_FLAGS}")
+run_or_fail("configure (find_package)" ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK}/cmake-build
+  -DCMAKE_PREFIX_PATH=${PREFIX} -DCMAKE_CXX_COMPILER=${CXX}
+  "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror ${SANITIZER_FLAGS}")
+run_or_fail("build (find_package)" ${CMAKE_COMMAND} --build ${WORK}/cmake-build)
+run_or_fail("run (find_package)" ${WORK}/cmake-build/use_installed)
+message(STATUS "find_package: ${RUN_OUTPUT}")

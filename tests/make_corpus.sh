@@ -6,7 +6,8 @@
 #   prose.t2s.u8  OpenCC's simplified form of that BIG5 text (opencc -c t2s),
 #                 the reference for BIG5 input;
 #   docs.big5/    the example documents in traditional form, BIG5.
-# Installs opencc and the prose packages when missing. Deterministic.
+# Needs opencc and the prose packages (bash scripts/deps.sh opencc prose);
+# CMake builds the corpus only when they are there. Deterministic.
 # Usage: tests/make_corpus.sh DIR EXAMPLE_DOCS_DIR
 set -euo pipefail
 export LC_ALL=C
@@ -18,7 +19,6 @@ fi
 dir="$1"
 docs="$2"
 repo_dir="$(cd "$(dirname "$0")/.." && pwd)"
-bash "$repo_dir/scripts/deps.sh" opencc prose
 mkdir -p "$dir/docs.big5"
 
 # iconv -c exits with 1 when it dropped something; only more is an error.

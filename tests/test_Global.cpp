@@ -88,25 +88,4 @@ TEST_F(LogTest, FirstWriteFixesTheDefaultDirectory) {
     EXPECT_EQ(g_sLastErrorMessage, "three");
 }
 
-TEST_F(LogTest, LastErrorIsHandedOutInTheCallersEncodingAndOwnedByTheManager) {
-    ReportError("rule \xB4\xED\xCE\xF3");  // 错误 ("error")
-    // UTF-8 only for code 1. Without a manager the copy is ours to free.
-    for (const auto& [nEncode, sExpected] : {std::pair<int, std::string>{0, g_sLastErrorMessage},
-                                             {1, "rule \xE9\x94\x99\xE8\xAF\xAF"},
-                                             {5, g_sLastErrorMessage}}) {
-        g_nEncodeType = nEncode;
-        std::unique_ptr<char[]> pText(GetLastErrorMsg());
-        EXPECT_EQ(std::string(pText.get()), sExpected) << nEncode;
-    }
-    g_nEncodeType = 0;
-
-    g_sLastErrorMessage = "kept";
-    CBufferManager manager;
-    g_pBufManager = &manager;
-    char* pText = GetLastErrorMsg();
-    g_pBufManager = nullptr;
-    EXPECT_STREQ(pText, "kept");
-    EXPECT_EQ(manager.GetBufferCount(), 1u);  // freed with the manager
-}
-
 }  // namespace

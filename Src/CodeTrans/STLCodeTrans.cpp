@@ -17,7 +17,7 @@
 
 #include "STLCodeTrans.h"
 
-#include <iconv.h>
+#include "Iconv.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -30,36 +30,6 @@ static_assert(sizeof(wchar_t) == 4, "wide text is 32-bit code units");
 namespace {
 
 constexpr size_t kMaxGbkBytesPerUnit = 2;
-
-// Owns one iconv descriptor; invalid when iconv_open failed.
-class Converter {
-  public:
-    Converter(const char* sToCode, const char* sFromCode) : m_cd(iconv_open(sToCode, sFromCode)) {}
-    ~Converter() {
-        if (valid()) iconv_close(m_cd);
-    }
-    Converter(const Converter&) = delete;
-    Converter& operator=(const Converter&) = delete;
-
-    bool valid() const { return m_cd != reinterpret_cast<iconv_t>(-1); }
-
-    // Converts [pIn, pIn + nIn) into pOut (capacity nOutCap) in one pass.
-    // Returns the bytes written; bComplete tells whether all input was taken.
-    size_t Run(const char* pIn, size_t nIn, char* pOut, size_t nOutCap, bool& bComplete) {
-        bComplete = false;
-        if (!valid()) return 0;
-        // iconv never writes through its input pointer; the cast is for its signature.
-        char* pInCursor = const_cast<char*>(pIn);
-        char* pOutCursor = pOut;
-        size_t nOutLeft = nOutCap;
-        size_t nResult = iconv(m_cd, &pInCursor, &nIn, &pOutCursor, &nOutLeft);
-        bComplete = nResult != static_cast<size_t>(-1) && nIn == 0;
-        return nOutCap - nOutLeft;
-    }
-
-  private:
-    iconv_t m_cd;
-};
 
 // The one- to six-byte form of cp into pOut (room for 6); returns its length,
 // 0 above 0x7FFFFFFF.
@@ -98,7 +68,7 @@ size_t ANSIToUnicode(const std::string& Str, std::wstring& wStr) {
     const size_t nBytes = std::strlen(Str.c_str());
     if (nBytes == 0) return 0;
     std::vector<wchar_t> vUnits(nBytes + 1, 0);
-    Converter conv("WCHAR_T", "GBK");
+    CIconv conv("WCHAR_T", "GBK");
     bool bComplete;
     size_t nWritten = conv.Run(Str.c_str(), nBytes, reinterpret_cast<char*>(vUnits.data()),
                                nBytes * sizeof(wchar_t), bComplete);
@@ -111,7 +81,7 @@ size_t UnicodeToANSI(const std::wstring& wStr, std::string& Str) {
     const size_t nUnits = std::wcslen(wStr.c_str());
     if (nUnits == 0) return 0;
     std::vector<char> vBytes(nUnits * kMaxGbkBytesPerUnit + 1, 0);
-    Converter conv("GBK", "WCHAR_T");
+    CIconv conv("GBK", "WCHAR_T");
     bool bComplete;
     size_t nWritten =
         conv.Run(reinterpret_cast<const char*>(wStr.c_str()), nUnits * sizeof(wchar_t),

@@ -23,11 +23,6 @@ namespace {
 
 using FilePtr = std::unique_ptr<FILE, decltype(&std::fclose)>;
 
-// A file name for messages; null prints as "(null)".
-std::string NameOf(const char* sPath) {
-    return sPath ? sPath : "(null)";
-}
-
 // Size of fp's content, found by seeking to its end; fp is left at its start.
 // False for a stream that is not a regular file (when it has a descriptor) or
 // that cannot seek or tell.

@@ -13,6 +13,8 @@
 
 #include "global_linux.h"
 
+CBufferManager* g_pBufManager = nullptr;
+
 namespace {
 
 constexpr int kLimit = 2000;

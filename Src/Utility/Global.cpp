@@ -10,15 +10,13 @@
 
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdarg>
 #include <cstring>
-
-#include "BufferManager.h"
-#include "STLCodeTrans.h"
 
 std::string g_sLastErrorMessage;
 unsigned char g_bLog = 1;
 std::string g_sLogPath;
-int g_nEncodeType = 0;
 
 namespace {
 
@@ -85,19 +83,6 @@ void WriteError(std::string content, const char* sFilePath) {
     WriteLog(std::move(content), sFilePath, true);
 }
 
-char* GetLastErrorMsg() {
-    std::string sText = g_sLastErrorMessage;
-    if (g_nEncodeType == 1) {
-        std::string sUTF8;
-        ANSIToUTF8(g_sLastErrorMessage.c_str(), sUTF8);
-        sText = sUTF8;
-    }
-    char* pCopy = new char[sText.size() + 1];
-    memcpy(pCopy, sText.c_str(), sText.size() + 1);
-    if (g_pBufManager != nullptr) g_pBufManager->AddBuffer(pCopy);
-    return pCopy;
-}
-
 void ReportError(const std::string& sMessage) {
     g_sLastErrorMessage = sMessage;
     WriteError(g_sLastErrorMessage, nullptr);
@@ -106,6 +91,30 @@ void ReportError(const std::string& sMessage) {
 void ReportInfo(const std::string& sMessage) {
     g_sLastErrorMessage = sMessage;
     WriteLog(g_sLastErrorMessage, nullptr, false);
+}
+
+namespace {
+std::atomic<bool> g_bClassicProgress{true};
+}  // namespace
+
+FILE* ClassicProgress() {
+    return g_bClassicProgress.load(std::memory_order_relaxed) ? stdout : nullptr;
+}
+
+bool SetClassicProgress(bool bOn) {
+    return g_bClassicProgress.exchange(bOn);
+}
+
+void Progress(FILE* out, const char* sFormat, ...) {
+    if (out == nullptr) return;
+    va_list args;
+    va_start(args, sFormat);
+    std::vfprintf(out, sFormat, args);
+    va_end(args);
+}
+
+std::string NameOf(const char* sPath) {
+    return sPath != nullptr ? sPath : "(null)";
 }
 
 LogClock SetLogClock(LogClock pfnClock) {

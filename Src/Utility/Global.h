@@ -18,19 +18,18 @@
 #include <ctime>
 #include <string>
 
+#include "QXExport.h"
+
 // Text of the most recent error; overwritten by each reporter, never cleared.
 extern std::string g_sLastErrorMessage;
 
 // Logging switch, exported under its plain name. Only the exact value 1
 // enables WriteLog/WriteError; a host may store 0 (or any other value) in it.
-extern "C" unsigned char g_bLog;
+extern "C" QX_EXPORT unsigned char g_bLog;
 
 // Directory of the log files; empty until the first write without an explicit
 // directory, then the working directory of that moment for the process's life.
 extern std::string g_sLogPath;
-
-// The encoding code the library was started with; 1 means UTF-8 callers.
-extern int g_nEncodeType;
 
 // Appends one line to the day's ".err" (bError) or ".log" file in directory
 // sFilePath, or in g_sLogPath when sFilePath is null. A directory is always
@@ -47,12 +46,6 @@ void WriteLog(FILE* fp, std::string content);
 // Exactly WriteLog(content, sFilePath, true).
 void WriteError(std::string content, const char* sFilePath);
 
-// A new zero-terminated copy of g_sLastErrorMessage, in UTF-8 when
-// g_nEncodeType is 1, else the bytes unchanged. Registered with g_pBufManager
-// when one exists (which then owns it); otherwise the caller owns it and
-// releases it with delete[].
-char* GetLastErrorMsg();
-
 // The error funnel: g_sLastErrorMessage = sMessage, then WriteError of a copy
 // into the log directory. Call sites return their own failure value after it.
 void ReportError(const std::string& sMessage);
@@ -65,3 +58,24 @@ void ReportInfo(const std::string& sMessage);
 // Returns the previous clock; pass nullptr to restore time(nullptr).
 using LogClock = time_t (*)();
 LogClock SetLogClock(LogClock pfnClock);
+
+// ---- Progress lines of the loaders ------------------------------------------
+//
+// Loaders (rule lists, dictionary, word-list and id-map imports) print short
+// progress lines: rule numbers, import counters. A loader takes the stream to
+// print them to as a parameter; null means silent. The classic calls pass
+// ClassicProgress(), which is standard output until SetClassicProgress(false)
+// turns it off (tools and tests that want quiet loads); the lines themselves
+// are byte-identical whichever stream receives them. The switch is an atomic
+// flag, so flipping it races with nothing, but a load that has started keeps
+// the stream it was given.
+
+// Standard output while the switch is on (the default), else null.
+FILE* ClassicProgress();
+// Turns the classic progress lines on or off; returns the previous setting.
+bool SetClassicProgress(bool bOn);
+// vfprintf into out (no flush, as printf); does nothing when out is null.
+void Progress(FILE* out, const char* sFormat, ...) __attribute__((format(printf, 2, 3)));
+
+// A path for messages: the text itself, "(null)" for a null pointer.
+std::string NameOf(const char* sPath);

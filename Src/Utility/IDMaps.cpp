@@ -49,10 +49,6 @@ constexpr int kFirstPairs = 10240;
 constexpr int kPairStep = 10000;
 constexpr int kLineBytes = 1024;
 
-std::string NameOf(const char* sPath) {
-    return sPath ? sPath : "(null)";
-}
-
 // Packs the sorted pairs a[0..n-1] into data and index (both all -1).
 void Pack(const idmaps_elem* a, int n, idmaps_info* pData, index_t* pIndex) {
     int nPos = 0;

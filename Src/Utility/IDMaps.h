@@ -25,6 +25,8 @@
 #include <memory>
 #include <vector>
 
+#include "MallocPtr.h"
+
 class CPDAT;
 
 // A target handle; -1 when default-built.
@@ -130,10 +132,6 @@ class CIDMaps {
     int GetBound() const { return m_nBound; }
 
   private:
-    struct FreeDeleter {
-        void operator()(void* p) const { std::free(p); }
-    };
-
     bool ReservePairs(int nNeeded);
 
     int m_nMemSize;                          // capacity of m_vecBiWord
@@ -141,8 +139,8 @@ class CIDMaps {
     std::unique_ptr<idmaps_info[]> m_pData;  // packed targets, -1 tail
     int m_nBound;                            // one more than the highest source
     std::unique_ptr<index_t[]> m_pIndex;     // per source: its range in m_pData
-    std::unique_ptr<idmaps_elem[], FreeDeleter> m_vecBiWord;  // pairs collected
-    int m_nQKSortCount;  // unbalanced partitions in a row (qksort)
-    int m_nDataLen;      // entries of m_pData (m_nSize when packed)
-    int m_nIndexLen;     // entries of m_pIndex (m_nBound when packed)
+    MallocPtr<idmaps_elem> m_vecBiWord;      // pairs collected
+    int m_nQKSortCount;                      // unbalanced partitions in a row (qksort)
+    int m_nDataLen;                          // entries of m_pData (m_nSize when packed)
+    int m_nIndexLen;                         // entries of m_pIndex (m_nBound when packed)
 };

@@ -65,10 +65,6 @@ struct FreeCells {
     void operator()(state* p) const { std::free(p); }
 };
 
-std::string NameOf(const char* sPath) {
-    return sPath ? sPath : "(null)";
-}
-
 // ---- Loading ----------------------------------------------------------------------
 
 // The content of a dictionary file, checked.

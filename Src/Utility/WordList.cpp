@@ -49,10 +49,6 @@ struct FreeBytes {
     void operator()(char* p) const { std::free(p); }
 };
 
-std::string NameOf(const char* sPath) {
-    return sPath ? sPath : "(null)";
-}
-
 // Skips a leading UTF-8 byte-order mark.
 const char* SkipBom(const char* s) {
     return std::strncmp(s, "\xEF\xBB\xBF", 3) == 0 ? s + 3 : s;

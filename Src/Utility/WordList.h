@@ -31,6 +31,8 @@
 #include <string>
 #include <vector>
 
+#include "MallocPtr.h"
+
 class CPDAT;
 
 // One collected pair: a handle and the byte offset of its text.
@@ -117,12 +119,6 @@ class CWordList {
     int Export(const char* path, CPDAT* pDict, const char* filterPath);
 
   private:
-    struct FreeDeleter {
-        void operator()(void* p) const { std::free(p); }
-    };
-    template <typename T>
-    using MallocPtr = std::unique_ptr<T[], FreeDeleter>;
-
     bool ReserveText(int nNeeded);
     bool ReservePairs(unsigned int nNeeded);
 

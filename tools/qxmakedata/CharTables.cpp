@@ -51,40 +51,6 @@ void KeepIfCharacter(CCodec& cCodec, std::string bytes, std::vector<_stCharacter
 
 }  // namespace
 
-// ---- CIconv -----------------------------------------------------------------------
-
-CIconv::CIconv(const char* sTo, const char* sFrom) : m_cd(iconv_open(sTo, sFrom)) {}
-
-CIconv::~CIconv() {
-    if (IsOpen()) iconv_close(m_cd);
-}
-
-bool CIconv::Convert(const char* p, size_t n, std::string& out) {
-    out.clear();
-    if (!IsOpen()) return false;
-    iconv(m_cd, nullptr, nullptr, nullptr, nullptr);
-    char* in = const_cast<char*>(p);
-    size_t inLeft = n;
-    bool bFlushing = false;
-    char buf[256];
-    for (;;) {
-        char* o = buf;
-        size_t oLeft = sizeof buf;
-        const size_t r = bFlushing ? iconv(m_cd, nullptr, nullptr, &o, &oLeft)
-                                   : iconv(m_cd, &in, &inLeft, &o, &oLeft);
-        out.append(buf, static_cast<size_t>(o - buf));
-        if (r == static_cast<size_t>(-1)) {
-            if (errno != E2BIG) return false;
-        } else if (r != 0) {
-            return false;  // a lossy ("irreversible") conversion is no conversion
-        } else if (bFlushing) {
-            return true;
-        } else {
-            bFlushing = true;  // all input taken: write any pending state
-        }
-    }
-}
-
 // ---- CCodec -----------------------------------------------------------------------
 
 CCodec::CCodec(const char* sEncoding)

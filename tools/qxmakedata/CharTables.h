@@ -8,38 +8,16 @@
 // and the Unicode encodings are asked code point by code point. Code points
 // are UTF-32 values (char32_t); text in code points is a std::u32string.
 //
-// CIconv owns one iconv conversion descriptor; CCodec pairs the two
-// directions between an encoding and UTF-32. Neither is copyable.
+// CCodec pairs the two directions between an encoding and UTF-32 (each a
+// library CIconv, which rejects any bad or lossy conversion). Not copyable.
 // Thread-safety: none; an object is used by one thread at a time.
 #pragma once
-
-#include <iconv.h>
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-// One iconv conversion descriptor (RAII).
-class CIconv {
-  public:
-    // Opens the conversion sFrom -> sTo (iconv names). IsOpen() tells whether
-    // iconv knows the pair.
-    CIconv(const char* sTo, const char* sFrom);
-    ~CIconv();
-    CIconv(const CIconv&) = delete;
-    CIconv& operator=(const CIconv&) = delete;
-
-    bool IsOpen() const { return m_cd != reinterpret_cast<iconv_t>(-1); }
-
-    // Converts the n bytes at p completely into out (replaced). False, with
-    // out unspecified, for an invalid or incomplete input sequence, a
-    // character the target cannot encode, or a closed descriptor. n == 0
-    // gives true and an empty out.
-    bool Convert(const char* p, size_t n, std::string& out);
-
-  private:
-    iconv_t m_cd;
-};
+#include "Iconv.h"
 
 // An encoding and its two conversions to and from code points.
 class CCodec {

@@ -20,6 +20,7 @@
 // nothing.
 #include "QXClassifier.h"
 
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <string>
@@ -29,11 +30,12 @@
 #include "CodeTran.h"
 #include "Global.h"
 #include "QXClassifierState.h"
+#include "STLCodeTrans.h"
 #include "global_linux.h"
 
 CTextParser gcTParser;
 CCodeTran* g_pCodeTranslator = nullptr;
-CBufferManager* g_pBufManager = nullptr;
+int g_nEncodeType = 0;
 
 namespace {
 
@@ -63,6 +65,18 @@ auto Guarded(const char* sCall, Fn fn) noexcept -> decltype(fn()) {
         NoteException(sCall, "unknown exception");
     }
     return decltype(fn())();
+}
+
+// A new zero-terminated copy of the last error, in UTF-8 when the library was
+// started with code 1, else the bytes unchanged. Registered with the buffer
+// manager when one exists (which then owns it); otherwise the caller owns it.
+char* LastErrorCopy() {
+    std::string sText = g_sLastErrorMessage;
+    if (g_nEncodeType == 1) ANSIToUTF8(g_sLastErrorMessage.c_str(), sText);
+    char* pCopy = new char[sText.size() + 1];
+    std::memcpy(pCopy, sText.c_str(), sText.size() + 1);
+    if (g_pBufManager != nullptr) g_pBufManager->AddBuffer(pCopy);
+    return pCopy;
 }
 
 std::string OrEmpty(const char* sText) {
@@ -200,7 +214,7 @@ void classifier_setsimthresh(float fSim) {
 const char* classifier_GetLastErrorMsg() {
     return Guarded("classifier_GetLastErrorMsg", []() -> const char* {
         const bool bManaged = g_pBufManager != nullptr;
-        char* pText = GetLastErrorMsg();
+        char* pText = LastErrorCopy();
         if (!bManaged) g_pUnmanagedError.reset(pText);
         return pText;
     });

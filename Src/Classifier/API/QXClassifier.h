@@ -24,12 +24,13 @@
 #pragma once
 
 #include "QXDoc.h"
+#include "QXExport.h"
 
 extern "C" {
 
 // Log switch: only the value 1 (the default) appends messages to
 // "<YYYYMMDD>.log" / ".err" in the working directory of the first write.
-extern unsigned char g_bLog;
+QX_EXPORT extern unsigned char g_bLog;
 
 // Loads the rule list `conf` (GBK tagged text) and prepares the library.
 // sInitDirPath: data directory; null or "" means the working directory.
@@ -40,42 +41,43 @@ extern unsigned char g_bLog;
 // leaves "Cannot open  file <path>" (two blanks) as the last error, keeps
 // whatever was loaded before and, on a first call, leaves the library
 // uninitialised.
-bool classifier_init(const char* conf, const char* sInitDirPath, int encode, const char* sReserved);
+QX_EXPORT bool classifier_init(const char* conf, const char* sInitDirPath, int encode,
+                               const char* sReserved);
 
 // Releases the rules, the translator and every returned text. Harmless when
 // nothing is loaded, and when called twice. classifier_init may follow.
-void classifier_exit();
+QX_EXPORT void classifier_exit();
 
 // Sets the perfect-match similarity of every loaded rule to fSim when fSim is
 // not <= 0 (so NaN is stored too); 0 or below changes nothing. Lasts until the
 // rule list is loaded again.
-void classifier_setsimthresh(float fSim);
+QX_EXPORT void classifier_setsimthresh(float fSim);
 
 // The last error message (UTF-8 when init was called with encode 1, else
 // GBK); "" when none. Never null unless memory runs out. Before init (or after
 // exit) the text stays valid until the next call of this function.
-const char* classifier_GetLastErrorMsg();
+QX_EXPORT const char* classifier_GetLastErrorMsg();
 
 // Classifies document d; iType 0: class names, 1: names with weights. With a
 // translator the five fields of d are replaced by their GBK form; with encode
 // 0 d is left unchanged. Returns the result text ("" when nothing matched), or
 // null when the library is not initialised (last error "Classifier not
 // initialised").
-const char* classifier_exec1(stDoc& d, int iType);
+QX_EXPORT const char* classifier_exec1(stDoc& d, int iType);
 
 // classifier_exec1 on a document with this title and content and empty
 // author, board and data type. Null texts are taken as "".
-const char* classifier_exec(const char* sTitle, const char* sContent, int iType);
+QX_EXPORT const char* classifier_exec(const char* sTitle, const char* sContent, int iType);
 
 // Classifies the bytes of file sFilenameO (in the caller's encoding), with the
 // name as given as title. Missing, unreadable or empty file (or null name):
 // null, last error "Failed read file <path>".
-const char* classifier_execFile(const char* sFilenameO, int iType);
+QX_EXPORT const char* classifier_execFile(const char* sFilenameO, int iType);
 
 // Which rules and keywords made class classnameO on the last classified
 // document: per fired rule "RULE<r>:\n" then "SUBRULE<j>: <hits>\n" per
 // sub-rule. "" when no fired rule names the class (or for a null name).
 // Null when the library is not initialised.
-const char* classifier_detail(const char* classnameO);
+QX_EXPORT const char* classifier_detail(const char* classnameO);
 
 }  // extern "C"
