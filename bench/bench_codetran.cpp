@@ -15,7 +15,6 @@
 //
 // Usage: bench_codetran [--repeat N] [--data DIR] [--trans-data DIR]
 //   --trans-data: the data directory holding "Data" (default: the build's).
-#include <iconv.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -30,6 +29,7 @@
 
 #include "BenchData.h"
 #include "CodeTran.h"
+#include "Iconv.h"
 
 namespace {
 
@@ -70,35 +70,6 @@ double Fastest(int n, const std::function<void()>& fn) {
     return fBest;
 }
 
-// iconv of the whole text in one call, sequences it cannot convert skipped.
-std::string Iconv(iconv_t cd, const std::string& sIn) {
-    std::string sOut(4 * sIn.size() + 16, '\0');
-    char* pIn = const_cast<char*>(sIn.data());
-    size_t nIn = sIn.size();
-    char* pOut = sOut.data();
-    size_t nOut = sOut.size();
-    iconv(cd, nullptr, nullptr, nullptr, nullptr);
-    while (nIn > 0) {
-        if (iconv(cd, &pIn, &nIn, &pOut, &nOut) != static_cast<size_t>(-1)) break;
-        if (errno == E2BIG) break;
-        ++pIn;  // EILSEQ or EINVAL: skip one byte
-        --nIn;
-    }
-    sOut.resize(sOut.size() - nOut);
-    return sOut;
-}
-
-struct IconvHandle {
-    iconv_t cd;
-    IconvHandle(const char* sTo, const char* sFrom) : cd(iconv_open(sTo, sFrom)) {
-        if (cd == reinterpret_cast<iconv_t>(-1)) {
-            std::fprintf(stderr, "iconv cannot convert %s to %s\n", sFrom, sTo);
-            std::exit(1);
-        }
-    }
-    ~IconvHandle() { iconv_close(cd); }
-};
-
 void Row(const char* sName, const std::string& sIn, double fOurs, double fIconv) {
     const double fMB = double(sIn.size()) / 1e6;
     std::printf("%-13s %8.1f MB/s   iconv %8.1f MB/s   time ratio %.2f\n", sName, fMB / fOurs,
@@ -113,9 +84,16 @@ void Measure(const char* sName, const Options& opts, const std::string& sIn,
         translate(sOut);
         g_nSink = g_nSink + sOut.size();
     });
-    IconvHandle ic(sTo, sFrom);
-    const double fIconv =
-        Fastest(opts.nRepeat, [&] { g_nSink = g_nSink + Iconv(ic.cd, sIn).size(); });
+    CIconv ic(sTo, sFrom);
+    if (!ic.IsOpen()) {
+        std::fprintf(stderr, "iconv cannot convert %s to %s\n", sFrom, sTo);
+        std::exit(1);
+    }
+    std::string sIconvOut;
+    const double fIconv = Fastest(opts.nRepeat, [&] {
+        ic.Convert(sIn, sIconvOut, CIconv::OnBad::kSkip);
+        g_nSink = g_nSink + sIconvOut.size();
+    });
     Row(sName, sIn, fOurs, fIconv);
 }
 

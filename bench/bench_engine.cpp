@@ -42,7 +42,6 @@
 //   --min-time  least seconds per measurement (default 2)
 //   --max-time  most seconds of classification per list (default 60)
 //   --keep      keep the generated rule lists (their directory is printed)
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -388,21 +387,10 @@ long ProcStatusKB(const char* pKey) {
     return -1;
 }
 
-// classifier_init with standard output sent to /dev/null: the loader prints
-// one line per rule.
+// classifier_init with the loader's progress lines (one per rule) off.
 bool InitQuietly(const std::string& sRules, const std::string& sDataDir) {
-    std::fflush(stdout);
-    const int nSaved = dup(STDOUT_FILENO);
-    const int nNull = open("/dev/null", O_WRONLY);
-    if (nSaved >= 0 && nNull >= 0) dup2(nNull, STDOUT_FILENO);
-    const bool bOk = classifier_init(sRules.c_str(), sDataDir.c_str(), 0, nullptr);
-    std::fflush(stdout);
-    if (nSaved >= 0) {
-        dup2(nSaved, STDOUT_FILENO);
-        close(nSaved);
-    }
-    if (nNull >= 0) close(nNull);
-    return bOk;
+    classifier_setprogress(0);
+    return classifier_init(sRules.c_str(), sDataDir.c_str(), 0, nullptr);
 }
 
 // Loads until fMinSeconds have passed (at most 5 times); the library stays

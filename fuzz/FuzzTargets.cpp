@@ -155,10 +155,7 @@ int FuzzCodeTran(const uint8_t* pData, size_t nSize) {
         list.AddWord(sWord.c_str(), nHandle);
     }
     dict.AddWordComplete();
-    {
-        QuietStdout quiet;
-        map.MapComplete();
-    }
+    map.MapComplete(nullptr);
     list.AddWordComplete();
     CCodeTran tran(nullptr, 0);
     std::string sOut;

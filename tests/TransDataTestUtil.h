@@ -6,64 +6,23 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <iconv.h>
 
 #include <cerrno>
 #include <string>
 #include <vector>
 
+#include "Iconv.h"
 #include "TestUtil.h"
 
 namespace qxtest::trans {
 
-// A glibc iconv converter between two encodings, kept open for many texts.
-class IconvConverter {
-  public:
-    IconvConverter(const char* sTo, const char* sFrom) : m_cd(iconv_open(sTo, sFrom)) {}
-    ~IconvConverter() {
-        if (m_cd != kNone) iconv_close(m_cd);
-    }
-    IconvConverter(const IconvConverter&) = delete;
-    IconvConverter& operator=(const IconvConverter&) = delete;
-
-    // sText converted into sOut. A sequence that does not convert makes the
-    // result false (what was converted before it stays in sOut) unless bSkip
-    // is set, which drops it and goes on.
-    bool operator()(const std::string& sText, std::string& sOut, bool bSkip = false) {
-        sOut.clear();
-        if (m_cd == kNone) return false;
-        iconv(m_cd, nullptr, nullptr, nullptr, nullptr);
-        std::vector<char> buf(4 * sText.size() + 16);
-        char* pIn = const_cast<char*>(sText.data());
-        size_t nIn = sText.size();
-        bool bOk = true;
-        while (nIn > 0) {
-            char* pOut = buf.data();
-            size_t nOut = buf.size();
-            const size_t rc = iconv(m_cd, &pIn, &nIn, &pOut, &nOut);
-            sOut.append(buf.data(), static_cast<size_t>(pOut - buf.data()));
-            if (rc != static_cast<size_t>(-1) || errno == E2BIG) continue;
-            bOk = false;
-            if (!bSkip) return false;
-            ++pIn;
-            --nIn;
-        }
-        char* pOut = buf.data();
-        size_t nOut = buf.size();
-        if (iconv(m_cd, nullptr, nullptr, &pOut, &nOut) == static_cast<size_t>(-1)) bOk = false;
-        sOut.append(buf.data(), static_cast<size_t>(pOut - buf.data()));
-        return bOk;
-    }
-
-  private:
-    static inline const iconv_t kNone = reinterpret_cast<iconv_t>(-1);
-    iconv_t m_cd;
-};
-
-// One conversion from one encoding to another (see IconvConverter).
+// One conversion from one encoding to another; with bSkip a sequence that
+// does not convert is dropped and the conversion goes on (the result is then
+// false all the same).
 inline bool Iconv(const char* sFrom, const char* sTo, const std::string& sText, std::string& sOut,
                   bool bSkip = false) {
-    return IconvConverter(sTo, sFrom)(sText, sOut, bSkip);
+    return CIconv(sTo, sFrom).Convert(sText, sOut,
+                                      bSkip ? CIconv::OnBad::kSkip : CIconv::OnBad::kStop);
 }
 
 // The same when the conversion must succeed.

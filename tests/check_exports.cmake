@@ -9,6 +9,7 @@ set(PUBLIC_SYMBOLS
   classifier_execFile
   classifier_exit
   classifier_init
+  classifier_setprogress
   classifier_setsimthresh
   g_bLog)
 

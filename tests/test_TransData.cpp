@@ -23,7 +23,7 @@ namespace {
 
 const std::string kData = std::string(QX_DATA_DIR) + "/Data/";
 
-using Conv = qxtest::trans::IconvConverter;
+using Conv = CIconv;
 
 std::string Utf32(char32_t cp) {
     return {char(cp & 0xFF), char(cp >> 8 & 0xFF), char(cp >> 16 & 0xFF), char(cp >> 24)};
@@ -160,9 +160,9 @@ TEST_F(TransData, EveryGbkCharacterRoundTripsThroughUnicode) {
         size_t nChars = 0;
         std::string cp, expected, canonical;
         for (const std::string& c : chars) {
-            if (!toCp(c, cp) || !IsOneNonAscii(cp)) continue;
+            if (!toCp.Convert(c, cp) || !IsOneNonAscii(cp)) continue;
             ++nChars;
-            ASSERT_TRUE(toTarget(cp, expected) && fromCp(cp, canonical));
+            ASSERT_TRUE(toTarget.Convert(cp, expected) && fromCp.Convert(cp, canonical));
             const std::string target = Translate(mThere, c);
             ASSERT_EQ(expected, target) << there << " of GBK " << testing::PrintToString(c);
             ASSERT_EQ(canonical, Translate(mBack, target)) << back;
@@ -203,8 +203,8 @@ TEST_F(TransData, UnicodeSidesShareHandles) {
     Conv fromUtf8("UTF-32LE", "UTF-8"), fromGbka("UTF-32LE", "GB18030");
     std::string a, b;
     for (int h = 0; h < static_cast<int>(utf8.GetItemCount()); ++h) {
-        ASSERT_TRUE(fromUtf8(Sides()["UTF8"].pList->GetWord(h), a)) << h;
-        ASSERT_TRUE(fromGbka(Sides()["GBKA"].pList->GetWord(h), b)) << h;
+        ASSERT_TRUE(fromUtf8.Convert(Sides()["UTF8"].pList->GetWord(h), a)) << h;
+        ASSERT_TRUE(fromGbka.Convert(Sides()["GBKA"].pList->GetWord(h), b)) << h;
         ASSERT_EQ(a, b) << "handle " << h;
         ASSERT_EQ(Sides()["GBKA"].pList->GetWord(h), Target(MapRowOf("UTF2GBKA.map"), h)) << h;
         ASSERT_EQ(Sides()["UTF8"].pList->GetWord(h), Target(MapRowOf("GBKA2UTF.map"), h)) << h;
@@ -212,7 +212,7 @@ TEST_F(TransData, UnicodeSidesShareHandles) {
     // Plane 2 and 3 characters: present in both, beyond GBK.
     Conv toUtf8("UTF-8", "UTF-32LE"), toGbka("GB18030", "UTF-32LE");
     for (char32_t cp : {0x20000, 0x2A6D6, 0x2F800, 0x30000, 0x3FFFD}) {
-        ASSERT_TRUE(toUtf8(Utf32(cp), a) && toGbka(Utf32(cp), b));
+        ASSERT_TRUE(toUtf8.Convert(Utf32(cp), a) && toGbka.Convert(Utf32(cp), b));
         EXPECT_GE(utf8.Find(a.c_str()), 0) << std::hex << cp;
         EXPECT_EQ(utf8.Find(a.c_str()), gbka.Find(b.c_str())) << std::hex << cp;
         EXPECT_EQ("", Translate(MapRowOf("UTF2GBK.map"), a)) << std::hex << cp;
@@ -232,15 +232,15 @@ TEST_F(TransData, EveryHandleHasATarget) {
         size_t nMissing = 0;
         std::string cp, dstCp, dst;
         for (int h = 0; h < static_cast<int>(Dict(m.sSrc).GetItemCount()); ++h) {
-            ASSERT_TRUE(srcToCp(src.GetWord(h), cp)) << h;
+            ASSERT_TRUE(srcToCp.Convert(src.GetWord(h), cp)) << h;
             const std::string target = Target(m, h);
             if (target.empty()) {
                 ASSERT_EQ(4u, cp.size()) << "phrase without target, handle " << h;
-                ASSERT_FALSE(cpToDst(cp, dst)) << "character without target, handle " << h;
+                ASSERT_FALSE(cpToDst.Convert(cp, dst)) << "character without target, handle " << h;
                 ++nMissing;
                 continue;
             }
-            ASSERT_TRUE(dstToCp(target, dstCp)) << h;
+            ASSERT_TRUE(dstToCp.Convert(target, dstCp)) << h;
             if (m.bSameText) {
                 ASSERT_EQ(cp, dstCp) << h;
             }

@@ -37,10 +37,6 @@
 // Exit status: 0 done; 1 the rule list or the translator's data did not load
 // (the library's last error is printed) or a document could not be read or
 // classified; 2 bad usage or unreadable DOCDIR.
-#include <fcntl.h>
-#include <iconv.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -51,6 +47,7 @@
 #include <string>
 #include <vector>
 
+#include "Iconv.h"
 #include "QXClassifier.h"
 
 namespace {
@@ -138,24 +135,10 @@ bool ParseArgs(int argc, char** argv, Options& opts) {
 // sText from charset sFrom to UTF-8; a byte iconv cannot take becomes "?" and
 // is skipped. Without a converter the text is returned unchanged.
 std::string ToUTF8(const std::string& sText, const char* sFrom) {
-    iconv_t cd = iconv_open("UTF-8", sFrom);
-    if (cd == reinterpret_cast<iconv_t>(-1)) return sText;
+    CIconv cConv("UTF-8", sFrom);
+    if (!cConv.IsOpen()) return sText;
     std::string sOut;
-    std::vector<char> vcBuf(4 * sText.size() + 16);
-    char* pIn = const_cast<char*>(sText.data());
-    size_t nIn = sText.size();
-    while (nIn > 0) {
-        char* pOut = vcBuf.data();
-        size_t nOut = vcBuf.size();
-        const size_t rc = iconv(cd, &pIn, &nIn, &pOut, &nOut);
-        sOut.append(vcBuf.data(), static_cast<size_t>(pOut - vcBuf.data()));
-        if (rc == static_cast<size_t>(-1) && errno != E2BIG) {
-            sOut += '?';  // EILSEQ or a truncated last character
-            ++pIn;
-            --nIn;
-        }
-    }
-    iconv_close(cd);
+    cConv.Convert(sText, sOut, CIconv::OnBad::kMark);
     return sOut;
 }
 
@@ -315,21 +298,11 @@ bool ReadWhole(const fs::path& path, std::string& sBytes) {
     return !in.bad();
 }
 
-// classifier_init with standard output sent to /dev/null, so that the loader's
-// progress lines do not mix with the report.
+// classifier_init with the loader's progress lines off, so that they do not
+// mix with the report.
 bool InitQuietly(const Options& opts) {
-    fflush(stdout);
-    const int nSaved = dup(STDOUT_FILENO);
-    const int nNull = open("/dev/null", O_WRONLY);
-    if (nSaved >= 0 && nNull >= 0) dup2(nNull, STDOUT_FILENO);
-    const bool bOk = classifier_init(opts.sRules.c_str(), opts.sDataDir, opts.nEncoding, nullptr);
-    fflush(stdout);
-    if (nSaved >= 0) {
-        dup2(nSaved, STDOUT_FILENO);
-        close(nSaved);
-    }
-    if (nNull >= 0) close(nNull);
-    return bOk;
+    classifier_setprogress(0);
+    return classifier_init(opts.sRules.c_str(), opts.sDataDir, opts.nEncoding, nullptr);
 }
 
 enum class Outcome { kFailed, kNoClass, kClassified };

@@ -1,8 +1,9 @@
-// Iconv.cpp - whole-text conversion over a fixed-size output window.
+// Iconv.cpp - whole-text conversion into a growing string.
 //
-// Convert feeds the input to iconv through a stack buffer of 4 KB, appending
-// each filled window to the result, so any text size converts in one loop
-// without guessing the output length. E2BIG only means "window full"; EILSEQ
+// Convert sizes the result for the worst common case (4 bytes out per byte
+// in) and lets iconv write into it directly, so a whole text usually converts
+// in one iconv call, the fastest way to use it; E2BIG only means "result
+// full" and doubles it. EILSEQ
 // (bad or unrepresentable sequence) and EINVAL (sequence cut off by the end)
 // are the bad sequences that OnBad decides about. After the input comes the
 // flush call that writes any pending shift state.
@@ -23,28 +24,37 @@ bool CIconv::Convert(const char* p, size_t n, std::string& out, OnBad eBad) {
     // iconv never writes through its input pointer; the cast is for its signature.
     char* pIn = const_cast<char*>(p);
     size_t nIn = n;
+    size_t nUsed = 0;
     bool bExact = true;
-    char buf[4096];
+    out.resize(4 * n + 16);
     for (bool bFlush = false;;) {
-        char* pOut = buf;
-        size_t nOut = sizeof buf;
+        char* pOut = out.data() + nUsed;
+        size_t nOut = out.size() - nUsed;
         const size_t r = bFlush ? iconv(m_cd, nullptr, nullptr, &pOut, &nOut)
                                 : iconv(m_cd, &pIn, &nIn, &pOut, &nOut);
         const int nErr = errno;
-        out.append(buf, static_cast<size_t>(pOut - buf));
+        nUsed = out.size() - nOut;
         if (r == static_cast<size_t>(-1)) {
-            if (nErr == E2BIG) continue;
+            if (nErr == E2BIG) {
+                out.resize(2 * out.size());
+                continue;
+            }
             bExact = false;
-            if (bFlush || eBad == OnBad::kStop || nIn == 0) return false;
-            if (eBad == OnBad::kMark) out += '?';
+            if (bFlush || eBad == OnBad::kStop || nIn == 0) break;
+            if (eBad == OnBad::kMark) {
+                if (nUsed == out.size()) out.resize(2 * out.size());
+                out[nUsed++] = '?';
+            }
             ++pIn;
             --nIn;
             continue;
         }
         if (r != 0) bExact = false;  // lossy conversions counted by iconv
-        if (bFlush) return bExact;
+        if (bFlush) break;
         if (nIn == 0) bFlush = true;
     }
+    out.resize(nUsed);
+    return bExact;
 }
 
 size_t CIconv::Run(const char* pIn, size_t nIn, char* pOut, size_t nOutCap, bool& bComplete) {

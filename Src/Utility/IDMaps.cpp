@@ -196,7 +196,7 @@ int CIDMaps::MapAdd(int handle1, int handle2) {
     return 1;
 }
 
-int CIDMaps::MapComplete() {
+int CIDMaps::MapComplete(FILE* pProgress) {
     if (m_vecBiWord) {
         std::unique_ptr<idmaps_info[]> pData(new (std::nothrow) idmaps_info[m_nSize]);
         std::unique_ptr<index_t[]> pIndex(new (std::nothrow) index_t[m_nBound]);
@@ -211,7 +211,7 @@ int CIDMaps::MapComplete() {
         m_nDataLen = m_nSize;
         m_nIndexLen = m_nBound;
     }
-    std::printf("Build map success!\n");
+    Progress(pProgress, "Build map success!\n");
     return 1;
 }
 
@@ -328,7 +328,7 @@ bool CIDMaps::Load(const char* path) {
 
 // ---- Import -----------------------------------------------------------------------
 
-int CIDMaps::Import(const char* path, CPDAT* pDict) {
+int CIDMaps::Import(const char* path, CPDAT* pDict, FILE* pProgress) {
     FilePtr in = OpenFile(pDict ? path : nullptr, "r");
     if (!in) {
         ReportError("Cannot import id map " + NameOf(path) +
@@ -351,15 +351,15 @@ int CIDMaps::Import(const char* path, CPDAT* pDict) {
             else
                 ReportError(" invalid argument!");
         }
-        if (nLines % 100 == 0) std::printf("%d\r", nLines);
+        if (nLines % 100 == 0) Progress(pProgress, "%d\r", nLines);
         ++nLines;
     }
     in.reset();
-    MapComplete();
+    MapComplete(pProgress);
     return m_nSize;
 }
 
-int CIDMaps::Import(const char* path, CPDAT* pSrcDict, CPDAT* pDstDict) {
+int CIDMaps::Import(const char* path, CPDAT* pSrcDict, CPDAT* pDstDict, FILE* pProgress) {
     const std::string sExport = NameOf(path) + "_map_export.txt";
     FilePtr in = OpenFile(pSrcDict && pDstDict ? path : nullptr, "r");
     FilePtr out = OpenFile(in ? sExport.c_str() : nullptr, "w");
@@ -379,7 +379,7 @@ int CIDMaps::Import(const char* path, CPDAT* pSrcDict, CPDAT* pDstDict) {
         const std::string sSource = ColumnText(sLine, pTok1), sTarget = ColumnText(sLine, sTok2);
         WriteColumn(out.get(), sSource, '\t');
         WriteColumn(out.get(), sTarget, '\n');
-        if (++nLines % 100 == 0) std::printf("Line %d: %s->%s\n", nLines, sTok1, sTok2);
+        if (++nLines % 100 == 0) Progress(pProgress, "Line %d: %s->%s\n", nLines, sTok1, sTok2);
         const int s = pSrcDict->Find(sSource.c_str()), t = pDstDict->Find(sTarget.c_str());
         if (s >= 0 && (pSrcDict != pDstDict || s != t))
             MapAdd(s, t);
@@ -389,6 +389,6 @@ int CIDMaps::Import(const char* path, CPDAT* pSrcDict, CPDAT* pDstDict) {
     }
     in.reset();
     out.reset();
-    MapComplete();
+    MapComplete(pProgress);
     return m_nSize;
 }

@@ -25,6 +25,7 @@
 #include <memory>
 #include <vector>
 
+#include "Global.h"
 #include "MallocPtr.h"
 
 class CPDAT;
@@ -72,9 +73,10 @@ class CIDMaps {
 
     // Sorts the collected pairs, packs them into the data array (pair-count
     // entries, -1 after the packed targets) and the index (bound entries) and
-    // prints "Build map success!\n". A loaded map with nothing collected is
-    // kept as it is. Returns 1; 0 with a message when memory runs out.
-    int MapComplete();
+    // prints "Build map success!\n" to pProgress (null: silent). A loaded map
+    // with nothing collected is kept as it is. Returns 1; 0 with a message
+    // when memory runs out.
+    int MapComplete(FILE* pProgress = ClassicProgress());
 
     // Writes the packed map. False with a message naming the file when it
     // cannot be created or written. Pairs added after the last MapComplete
@@ -101,18 +103,21 @@ class CIDMaps {
 
     // Builds the map from tab-separated lines "w1 \t w2 ... \t target\n" of
     // pDict words: each earlier field maps to the last (whose last byte is
-    // taken as the line end and cut). Prints "%d\r" every 100 lines. Returns
-    // the pair count; 0 when the file cannot be opened or pDict is null.
-    int Import(const char* path, CPDAT* pDict);
+    // taken as the line end and cut). Prints "%d\r" every 100 lines (and
+    // MapComplete's line) to pProgress. Returns the pair count; 0 when the
+    // file cannot be opened or pDict is null.
+    int Import(const char* path, CPDAT* pDict, FILE* pProgress = ClassicProgress());
 
     // Builds the map from two-column lines "source target" (a '['-token
     // reads from the line's first '[' to its first ']'; "_" is a space),
     // source words from pSrcDict, targets from pDstDict (a missing target maps
     // to -1). Writes the columns to path + "_map_export.txt" and prints
-    // "Line %d: %s->%s\n" every 100 lines; a missing source is reported with
-    // " invalid argument!". Returns the pair count; 0 when a file cannot be
-    // opened or a dictionary is null.
-    int Import(const char* path, CPDAT* pSrcDict, CPDAT* pDstDict);
+    // "Line %d: %s->%s\n" every 100 lines (and MapComplete's line) to
+    // pProgress; a missing source is reported with " invalid argument!".
+    // Returns the pair count; 0 when a file cannot be opened or a dictionary
+    // is null.
+    int Import(const char* path, CPDAT* pSrcDict, CPDAT* pDstDict,
+               FILE* pProgress = ClassicProgress());
 
     // Sorts a[low..high] by (handle1, handle2): bublesort swaps each later
     // smaller element forward (quadratic); qksort partitions with qkpass

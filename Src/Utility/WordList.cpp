@@ -296,7 +296,7 @@ bool CWordList::Load(const char* path) {
 
 // ---- Import and export ---------------------------------------------------------
 
-int CWordList::Import(const char* path, CPDAT* pDict) {
+int CWordList::Import(const char* path, CPDAT* pDict, FILE* pProgress) {
     const std::string sExport = NameOf(path) + "_wordlist_export.txt";
     FilePtr in = OpenFile(path, "r");
     FilePtr out = OpenFile(in ? sExport.c_str() : nullptr, "w");
@@ -313,7 +313,7 @@ int CWordList::Import(const char* path, CPDAT* pDict) {
         if (!ParseImportEntry(sLine, sEntry)) continue;
         const bool bBracket = sEntry.find_first_of(" \t") != std::string::npos;
         std::fprintf(out.get(), bBracket ? "[%s]\n" : "%s\n", sEntry.c_str());
-        if (++nCount % 100 == 0) std::printf("Line %d\r", nCount);
+        if (++nCount % 100 == 0) Progress(pProgress, "Line %d\r", nCount);
         AddWord(sEntry.c_str());
     }
     in.reset();

@@ -31,6 +31,7 @@
 #include <string>
 #include <vector>
 
+#include "Global.h"
 #include "MallocPtr.h"
 
 class CPDAT;
@@ -102,8 +103,9 @@ class CWordList {
     // "[...]" up to the first ']' with the '[' kept; "_" read as a space),
     // handles from pDict (when not null it replaces the list's dictionary).
     // Writes the entries to path + "_wordlist_export.txt" and "Line %d\r"
-    // every 100 entries. Returns the word count; 0 when a file cannot be opened.
-    int Import(const char* path, CPDAT* pDict);
+    // every 100 entries to pProgress (null: silent). Returns the word count; 0
+    // when a file cannot be opened.
+    int Import(const char* path, CPDAT* pDict, FILE* pProgress = ClassicProgress());
 
     // Builds the list from records whose word pDict holds (others skipped),
     // storing store_info when bStoreInfo is set, else the word. The bound is

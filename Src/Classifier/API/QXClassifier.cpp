@@ -211,6 +211,10 @@ void classifier_setsimthresh(float fSim) {
     });
 }
 
+int classifier_setprogress(int nOn) {
+    return SetClassicProgress(nOn != 0) ? 1 : 0;
+}
+
 const char* classifier_GetLastErrorMsg() {
     return Guarded("classifier_GetLastErrorMsg", []() -> const char* {
         const bool bManaged = g_pBufManager != nullptr;

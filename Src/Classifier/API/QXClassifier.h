@@ -53,6 +53,12 @@ QX_EXPORT void classifier_exit();
 // rule list is loaded again.
 QX_EXPORT void classifier_setsimthresh(float fSim);
 
+// Turns the progress lines that loading prints to standard output (the
+// number of every rule as classifier_init reads it) on (nOn != 0, the
+// default) or off, for this and every later call. Returns the previous
+// setting (1 on, 0 off). Safe to call at any time, from any thread.
+QX_EXPORT int classifier_setprogress(int nOn);
+
 // The last error message (UTF-8 when init was called with encode 1, else
 // GBK); "" when none. Never null unless memory runs out. Before init (or after
 // exit) the text stays valid until the next call of this function.
