@@ -33,7 +33,7 @@ constexpr int kResourceCount = 6;  // per row, in load order
 // File names per encoding code (row = code - 1), in load order: GBK-side
 // dictionary, GBK-side word list, code-side dictionary, code-side word list,
 // code-to-GBK map, GBK-to-code map. Row 4's maps are the other way round from
-// row 1's; kept as it stands.
+// row 1's (see CodeTran.h).
 constexpr const char* kResourceNames[kCodeCount][kResourceCount] = {
     {"GBKA.pdat", "GBKA.wordlist", "UTF8.pdat", "UTF8.wordlist", "UTF2GBKA.map", "GBKA2UTF.map"},
     {"GBK.pdat", "GBK.wordlist", "BIG5.pdat", "BIG5.wordlist", "BIG2GBK.map", "GBK2BIG.map"},

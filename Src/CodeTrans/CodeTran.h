@@ -15,8 +15,9 @@
 //   3     GBK.pdat / GBK.wordlist       GBKA.pdat / GBKA.wordlist    GBKA2GBK.map    GBK2GBKA.map
 //   4     GBKA.pdat / GBKA.wordlist     UTF8.pdat / UTF8.wordlist    GBKA2UTF.map    UTF2GBKA.map
 //   5     GBK.pdat / GBK.wordlist       UTF8.pdat / UTF8.wordlist    UTF2GBK.map     GBK2UTF.map
-// Row 4 names its maps the other way round from row 1; callers and data
-// folders depend on the table as it stands. Word lists are scrambled files.
+// Row 4 names its maps the other way round from row 1: a data folder
+// serves codes 1 and 4 with the same two map files, so code 4 translates
+// with the directions swapped, and callers of code 4 rely on that. Word lists are scrambled files.
 //
 // Text rules (both directions): lines are taken with StrLine, so leading
 // blanks and the LF of a CR/LF pair are dropped and each line ends in the one

@@ -42,8 +42,9 @@ std::string CurrentDirectory() {
 }
 
 // The directory part of a log file name. An explicit directory is always
-// followed by "/": one that already ends in "/" gets a second one, which the
-// file names that existing installations look for depend on.
+// followed by "/": one that already ends in "/" gets a second one. Log
+// readers and rotation scripts match the file names byte for byte, so the
+// name is built the same way whatever the directory looks like.
 std::string LogDirectory(const char* sFilePath) {
     if (sFilePath != nullptr) return std::string(sFilePath) + "/";
     if (g_sLogPath.empty()) g_sLogPath = CurrentDirectory();

@@ -53,7 +53,8 @@ unsigned int gfn_vReplaceSubstr(std::string& sString, const char* sSubOld, const
 // '^' is zeroed, the line end is just behind the closing marker and *n_pStatus
 // is 1; otherwise the text before the opening marker is cut off as a line of
 // its own (*chSep is then '^'). A line without CR/LF takes its first '^' as the
-// opening marker even when no second '^' follows it (the rule as it stands).
+// opening marker even when no second '^' follows it (translated texts are cut
+// into lines by this rule, so it decides where their segments fall).
 // Callers write *chSep back at *pNextRet and continue from there. Null
 // pNextRet, chSep or n_pStatus are simply not written.
 char* StrLine(char* pCur, char** pNextRet, char* chSep, int* n_pStatus,

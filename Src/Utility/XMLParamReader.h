@@ -5,8 +5,8 @@
 // It is not an XML parser: each path segment S becomes the opening tag
 // "<S>" (attributes exactly as written in the path) and the closing tag
 // "</S'>" (S cut at its first blank), and both are searched as plain
-// substrings. The rule list format depends on the consequences, which are
-// kept on purpose:
+// substrings. Rule lists in use rely on the consequences, so they are part
+// of the format:
 //   - a segment's opening tag is searched from just behind the previous
 //     segment's opening tag, not bounded by that element's closing tag, so a
 //     child missing inside its parent is found in a later element;
