@@ -27,16 +27,26 @@
 //
 // Thread-safety: none. One engine classifies one document at a time; callers
 // serialise every call, including reads of the members.
+//
+// Files of the unit, in pipeline order: TextParserLoad.cpp (rule list loader
+// and its messages, dictionary, clearing), TextParserIndex.h/.cpp (the
+// evaluation index compiled from the loaded tables), TextParserClassify.cpp
+// (restore, scan and count, decide, score), TextParserReport.cpp (result
+// text and detail report). The decisions themselves are free functions over
+// plain values in TextParserLogic.h; the count table is TextParserCounts.h.
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <list>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "Global.h"
 #include "QXDoc.h"
+#include "TextParserCounts.h"
 
 class CPDAT;
 class CXMLParamReader;
@@ -65,7 +75,7 @@ struct _stRule {
     std::vector<int> viSubRule;     // indexes into m_vstSubRules, ascending
     float fEffecValue = 0.0f;       // the rule's weight
     float fPerfectVSMSim = 0.0f;    // similarity of a complete hit (33333 when not given)
-    float fImPerfectVSMSim = 0.0f;  // veto threshold for the "_neg" similarity
+    float fImPerfectVSMSim = 0.0f;  // "_neg" veto threshold (never reached: no models)
 };
 
 // Outcome of one sub-rule for the current document.
@@ -77,7 +87,7 @@ struct _stSubRuleResult {
 // Outcome of one rule for the current document.
 struct _stRuleResult {
     bool bSuccess = false;
-    float fVSMSim = 0.0f;  // similarity term of the score (always 0: no model exists)
+    float fVSMSim = 0.0f;  // similarity term of the score (kNoModelSimilarity)
 };
 
 // One line of a classification result.
@@ -92,113 +102,38 @@ struct CClasLess {
     bool operator()(const _stResult& a, const _stResult& b) const { return a.fWeight > b.fWeight; }
 };
 
-// The keyword-by-sub-rule count table (m_msvWordRule and its clean copy),
-// stored sparsely with the meaning of a map keyword -> vector of one count
-// per sub-rule index. Only the (keyword, sub-rule) pairs that m_mslKeywords
-// lists have a slot; every other pair reads 0 and cannot be written. Keys are
-// in byte order, as in the map it stands for.
-//
-// Reads never insert. The engine writes counts through slot numbers (stable
-// until the next Build or clear); every write made from outside the engine
-// (Set, Build, clear, assignment) advances Version(), so the engine notices
-// hand-made changes and restores the table in full.
-class CWordRuleCounts {
-  public:
-    // Read view of one keyword's counts, read like a vector<int> per sub-rule.
-    class Row {
-      public:
-        // Count for sub-rule iSubRule; 0 without a slot or out of range.
-        int operator[](size_t iSubRule) const;
-        // Number of sub-rules (the length of the vector it stands for); 0
-        // for a keyword that is not in the table.
-        size_t size() const { return m_iKey >= 0 ? m_pTable->m_nSubRules : 0; }
-
-      private:
-        friend class CWordRuleCounts;
-        Row(const CWordRuleCounts* pTable, int iKey) : m_pTable(pTable), m_iKey(iKey) {}
-        const CWordRuleCounts* m_pTable;
-        int m_iKey;
-    };
-
-    CWordRuleCounts() = default;
-    CWordRuleCounts(const CWordRuleCounts& other);
-    CWordRuleCounts& operator=(const CWordRuleCounts& other);
-
-    // Replaces the table: one row per key of mslKeywords, one zero slot per
-    // distinct sub-rule index its list names (indexes outside 0..nSubRules-1
-    // get none), nSubRules as the row length.
-    void Build(const std::map<std::string, std::list<int>>& mslKeywords, size_t nSubRules);
-    // Empties the table (no keys, row length 0).
-    void clear();
-
-    size_t size() const { return m_vsKeys.size(); }  // number of keywords
-    bool empty() const { return m_vsKeys.empty(); }
-    bool contains(const std::string& sWord) const { return FindKey(sWord) >= 0; }
-    const std::vector<std::string>& keys() const { return m_vsKeys; }  // byte order
-    size_t SubRuleCount() const { return m_nSubRules; }
-    Row operator[](const std::string& sWord) const { return Row(this, FindKey(sWord)); }
-    // The count of sWord for sub-rule iSubRule; 0 where there is no slot.
-    int count(const std::string& sWord, size_t iSubRule) const;
-    // Sets a count (tests fill tables by hand). False, nothing written, when
-    // the pair has no slot.
-    bool Set(const std::string& sWord, size_t iSubRule, int nCount);
-
-    // ---- Slot access for the engine ----
-    size_t SlotCount() const { return m_viCount.size(); }
-    // Slot of (key number iKey, sub-rule), or -1.
-    int FindSlot(int iKey, int iSubRule) const;
-    int KeyIndex(const std::string& sWord) const { return FindKey(sWord); }
-    int SlotValue(int iSlot) const { return m_viCount[static_cast<size_t>(iSlot)]; }
-    int SlotSubRule(int iSlot) const { return m_viSlotSubRule[static_cast<size_t>(iSlot)]; }
-    // Adds n (> 0) to a slot, saturating at INT_MAX; returns the old value.
-    // Does not advance Version().
-    int AddToSlot(int iSlot, int n);
-    // Writes a slot without advancing Version() (the engine's reset).
-    void RestoreSlot(int iSlot, int nValue) { m_viCount[static_cast<size_t>(iSlot)] = nValue; }
-    unsigned long Version() const { return m_nVersion; }
-
-  private:
-    int FindKey(const std::string& sWord) const;
-    void Touch();  // takes a new, process-unique version
-
-    std::vector<std::string> m_vsKeys;  // sorted by bytes
-    std::vector<int> m_viRowBegin;      // slots of key k: [m_viRowBegin[k], m_viRowBegin[k + 1])
-    std::vector<int> m_viSlotSubRule;   // sub-rule of each slot, ascending within a row
-    std::vector<int> m_viCount;         // count of each slot
-    size_t m_nSubRules = 0;
-    unsigned long m_nLayout = 0;   // shared by copies of one Build; 0 when empty
-    unsigned long m_nVersion = 0;  // changes with every write from outside the engine
-};
-
 class CTextParser {
   public:
+    // Not copyable: the engine owns its dictionary and its index.
+    CTextParser(const CTextParser&) = delete;
+    CTextParser& operator=(const CTextParser&) = delete;
     // Empty tables, m_fCertainty 0.8, m_pDat and m_hMVRDRAP null.
     CTextParser();
     // Releases the tables and the dictionary.
     virtual ~CTextParser();
-    CTextParser(const CTextParser&) = delete;
-    CTextParser& operator=(const CTextParser&) = delete;
 
     // ---- Loading ----
 
     // Makes a new dictionary (releasing the old one) and loads the rule list
     // conf, appending to the rules already loaded; then adds every keyword of
     // m_mslKeywords in byte order and "分割符号" to the dictionary and
-    // completes it. The first argument (data directory) is not used. False
-    // when fn_bLoadRulelist fails: the new, empty and uncompleted dictionary
-    // stays, so every scan finds nothing until the next successful load.
-    bool fn_bInit(const char* sDataDir, const char* conf);
+    // completes it. The first argument (data directory) is not used.
+    // pProgress as for fn_bLoadRulelist. False when fn_bLoadRulelist fails:
+    // the new, empty and uncompleted dictionary stays, so every scan finds
+    // nothing until the next successful load.
+    bool fn_bInit(const char* sDataDir, const char* conf, FILE* pProgress = ClassicProgress());
 
-    // Reads and validates the rule list conf and appends its rules (see the
-    // .cpp for the file's keys). On success the result vectors, the count
-    // table and their clean copies are rebuilt for all loaded rules and
-    // "加载<conf>成功.\n" is logged; rulenum 0 returns true with nothing
-    // changed. Prints "<i>\n" for every rule it starts. Failure: false; a
-    // null/empty conf or a missing certainty or rulenum is only logged, every
-    // other message goes to g_sLastErrorMessage and the error file. Nothing
-    // appended before the failure is rolled back, and the result vectors are
-    // not rebuilt.
-    bool fn_bLoadRulelist(const char* conf);
+    // Reads and validates the rule list conf and appends its rules (see
+    // TextParserLoad.cpp for the file's keys). On success the result vectors,
+    // the count table and their clean copies are rebuilt for all loaded rules
+    // and "加载<conf>成功.\n" is logged; rulenum 0 returns true with nothing
+    // changed. Prints "<i>\n" to pProgress for every rule it starts (null:
+    // silent; the classic calls print to standard output, and hosts read
+    // these lines to follow a long load). Failure: false; a null/empty conf or
+    // a missing certainty or rulenum is only logged, every other message goes
+    // to g_sLastErrorMessage and the error file. Nothing appended before the
+    // failure is rolled back, and the result vectors are not rebuilt.
+    bool fn_bLoadRulelist(const char* conf, FILE* pProgress = ClassicProgress());
 
     // ---- Classification ----
 
@@ -266,15 +201,19 @@ class CTextParser {
     std::string m_sText;  // title + separator + content as scanned
 
   private:
-    struct CIndex;  // the compiled evaluation index, see TextParser.cpp
+    struct CIndex;  // the compiled evaluation index, see TextParserIndex.h
 
-    bool LoadRule(CXMLParamReader& cReader, int i, const std::vector<std::string>& vsTrained);
+    // Loading (TextParserLoad.cpp).
+    bool LoadRule(CXMLParamReader& cReader, int i, FILE* pProgress);
     bool LoadSubRules(CXMLParamReader& cReader, const std::string& sPrefix, int nSubRules,
                       _stRule& stRule, int& nNonNot);
     void RebuildResultTables();
 
+    // The index (TextParserIndex.cpp).
     bool IndexIsCurrent() const;
     void CompileIndex();
+
+    // One document (TextParserClassify.cpp).
     void RestoreTouched();
     void PrimeSubRuleDefaults();
     bool ScanAndCount();
@@ -284,14 +223,15 @@ class CTextParser {
     void TouchSubRule(int i);
     void DecideMetadata(const _stDoc& d);
     void DecideTouchedSubRules();
-    std::vector<_stResult> DecideAndScoreRules();
-    void AppendResults(std::vector<_stResult>& vstResult, int iType);
-    void ScoreRule(int r, bool bFired);
     bool DoSubRule(int i, const CIndex* pIndex);
+    int CountOf(const CIndex* pIndex, int iSubRule, size_t iKeyword) const;
     bool DoRule(int r, const CIndex* pIndex);
     bool NearTest(const _stRule& stRule, int nDistance, const CIndex* pIndex);
-    bool NearPair(int a, int b, int nDistance, const CIndex* pIndex);
-    int CountOf(const CIndex* pIndex, int iSubRule, size_t iKeyword) const;
+    std::vector<_stResult> DecideAndScoreRules();
+    void ScoreRule(int r, bool bFired);
+
+    // Results (TextParserReport.cpp).
+    void AppendResults(std::vector<_stResult>& vstResult, int iType);
 
     std::unique_ptr<CIndex> m_pIndex;   // null until the first classification
     unsigned long m_nTablesGeneration;  // advanced by every load and fn_vClear

@@ -1,0 +1,387 @@
+// TextParserClassify.cpp - one document through the rule engine: restore,
+// scan and count, sub-rules, rules and scores.
+//
+// Per document the work is proportional to the text and its hits, not to the
+// size of the rule list. The index (TextParserIndex.h) knows every
+// sub-rule's and rule's outcome on a document without hits (its default). A
+// document touches only the count slots of the keywords it contains; exactly
+// the sub-rules with a raised slot or a matching metadata field are decided
+// afresh, and exactly the rules owning such a sub-rule (plus the volatile
+// ones) are decided afresh; every other sub-rule and rule provably has its
+// default outcome, since its decision reads nothing but zero counts and
+// default outcomes. (A NEAR rule reads the text as well, but only once all
+// its sub-rules hold; one that holds without hits is volatile, so the
+// rewrite of m_sText happens exactly when deciding every rule would do it.)
+// With a positive certainty a rule that is false is skipped, so only the
+// touched, volatile and default-true rules are visited; with certainty <= 0
+// every rule is scored, as it must be. Between documents the tables hold the
+// last document's state and the next document first restores what that one
+// touched (dirty lists); the loaded tables themselves are never copied.
+//
+// Scanning: the dictionary reports every emission of its full scan as a byte
+// span with the handle of the matched word. A span whose bytes equal the
+// keyword the handle was given to (checked with one memcmp) counts that
+// keyword directly; anything else - the separator, a keyword holding the
+// separator bytes or a blank, the scan's end-of-text copy - is cut exactly as
+// the scan's output text would be cut (first separator occurrence, then
+// blanks) and looked up by its bytes in a hash table. Either way a piece
+// counts the keyword whose bytes it equals, and nothing else, so the counts
+// equal those of splitting the scan output text.
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+
+#include "PDAT.h"
+#include "TextParser.h"
+#include "TextParserIndex.h"
+#include "TextParserLogic.h"
+
+namespace {
+
+// Hit-word prefixes of the metadata sub-rules, by MetadataKind - 1 (GBK).
+constexpr const char* kMetaPrefix[3] = {
+    "\xD7\xF7\xD5\xDF:",  // 作者:
+    "\xC6\xB5\xB5\xC0:",  // 频道:
+    "\xCD\xA8\xB5\xC0:",  // 通道:
+};
+
+}  // namespace
+
+// ======================================================================
+// Reset
+// ======================================================================
+
+bool CTextParser::fn_bClassify(_stDoc& d, int iType) {
+    if (!IndexIsCurrent()) {
+        fn_bResetResult();
+        CompileIndex();
+    }
+    CIndex& x = *m_pIndex;
+    m_sClassifyResult.clear();
+    m_sDetail.clear();
+    if (x.bPrimed)
+        RestoreTouched();
+    else
+        PrimeSubRuleDefaults();
+    x.NextStamp();
+    x.viTouchedRules.clear();
+    m_sText.reserve(d.sTitle.size() + kSeparatorLen + d.sContent.size());
+    m_sText.assign(d.sTitle).append(kSeparatorWord).append(d.sContent);
+    m_bTextNormalised = false;
+    if (!ScanAndCount()) {
+        fn_bResetResult();  // results stay in their reset state
+        return false;
+    }
+    DecideMetadata(d);
+    DecideTouchedSubRules();
+    std::vector<_stResult> vstResult = DecideAndScoreRules();  // the class weight map, in order
+    AppendResults(vstResult, iType);
+    return true;
+}
+
+bool CTextParser::fn_bResetResult() {
+    const bool bIndexed = IndexIsCurrent();
+    m_sClassifyResult.clear();
+    m_sDetail.clear();
+    m_msvWordRule = m_msvWordRuleInit;
+    m_vstSubRuleResult = m_vstSubRuleResultInit;
+    m_vstRuleResult = m_vstRuleResultInit;
+    if (bIndexed) {  // same layout as before: the index stays valid
+        m_pIndex->nCountsVersion = m_msvWordRule.Version();
+        m_pIndex->bPrimed = false;
+        m_pIndex->viDirtySlots.clear();
+        m_pIndex->viDirtySubs.clear();
+        m_pIndex->viDirtyRules.clear();
+    }
+    return true;
+}
+
+// Undoes what the previous document changed: its count slots, its decided
+// sub-rules (back to their defaults) and its written rule results.
+void CTextParser::RestoreTouched() {
+    CIndex& x = *m_pIndex;
+    for (int iSlot : x.viDirtySlots)
+        m_msvWordRule.RestoreSlot(iSlot, m_msvWordRuleInit.SlotValue(iSlot));
+    for (int i : x.viDirtySubs) {
+        m_vstSubRuleResult[static_cast<size_t>(i)] = m_vstSubRuleResultInit[static_cast<size_t>(i)];
+        m_vstSubRuleResult[static_cast<size_t>(i)].bSuccess =
+            x.vbSubDefault[static_cast<size_t>(i)];
+    }
+    for (int r : x.viDirtyRules)
+        m_vstRuleResult[static_cast<size_t>(r)] = m_vstRuleResultInit[static_cast<size_t>(r)];
+    x.viDirtySlots.clear();
+    x.viDirtySubs.clear();
+    x.viDirtyRules.clear();
+}
+
+// REQUIRES: the per-document tables equal their clean copies. Gives every
+// sub-rule its outcome on a document without hits.
+void CTextParser::PrimeSubRuleDefaults() {
+    CIndex& x = *m_pIndex;
+    for (size_t i = 0; i < x.nSubEval; ++i) m_vstSubRuleResult[i].bSuccess = x.vbSubDefault[i];
+    x.viDirtySlots.clear();
+    x.viDirtySubs.clear();
+    x.viDirtyRules.clear();
+    x.bPrimed = true;
+}
+
+// ======================================================================
+// Scan and count
+// ======================================================================
+
+// Scans m_sText and raises the counts of the keywords found, title words
+// before the first separator of the scan output, content words after it.
+// False when the output holds no separator (nothing is counted then).
+bool CTextParser::ScanAndCount() {
+    if (m_pDat == nullptr) return false;
+    CIndex& x = *m_pIndex;
+    m_pDat->MMFullScanSpans(m_sText.c_str(), x.vSpans);
+    const std::vector<int>* pHints = m_pHintDat == m_pDat ? &m_viHandleKey : nullptr;
+    const char* pText = m_sText.data();
+    bool bInContent = false;
+    for (const _stScanSpan& stSpan : x.vSpans) {
+        const char* p = pText + stSpan.iStart;
+        const size_t n = static_cast<size_t>(stSpan.nLen);
+        const int iKey = x.KeyOfSpan(pHints, stSpan.nHandle, p, n);
+        if (iKey >= 0)
+            CountKeyword(iKey, bInContent);
+        else
+            CountBytes(p, n, bInContent);
+    }
+    return bInContent;
+}
+
+// Counts the pieces of scan output bytes [p, p + n): cut at the first
+// separator while still in the title, then at blanks.
+void CTextParser::CountBytes(const char* p, size_t n, bool& bInContent) {
+    if (!bInContent) {
+        const size_t nSep =
+            std::string_view(p, n).find(std::string_view(kSeparatorWord, kSeparatorLen));
+        if (nSep == std::string_view::npos) {
+            CountPieces(p, n, false);
+            return;
+        }
+        CountPieces(p, nSep, false);
+        bInContent = true;
+        p += nSep + kSeparatorLen;
+        n -= nSep + kSeparatorLen;
+    }
+    CountPieces(p, n, true);
+}
+
+// Counts every non-empty blank-separated piece of [p, p + n) that is a keyword.
+void CTextParser::CountPieces(const char* p, size_t n, bool bContent) {
+    const CIndex& x = *m_pIndex;
+    size_t nBegin = 0;
+    while (nBegin < n) {
+        const void* pBlank = std::memchr(p + nBegin, ' ', n - nBegin);
+        const size_t nEnd = pBlank ? static_cast<size_t>(static_cast<const char*>(pBlank) - p) : n;
+        if (nEnd > nBegin) {
+            const auto it = x.mKey.find(std::string_view(p + nBegin, nEnd - nBegin));
+            if (it != x.mKey.end()) CountKeyword(it->second, bContent);
+        }
+        nBegin = nEnd + 1;
+    }
+}
+
+// One occurrence of keyword iKey in the title or the content.
+void CTextParser::CountKeyword(int iKey, bool bContent) {
+    CIndex& x = *m_pIndex;
+    const int f = bContent ? 1 : 0;
+    const int nEnd = x.viIncBegin[f][static_cast<size_t>(iKey) + 1];
+    for (int e = x.viIncBegin[f][static_cast<size_t>(iKey)]; e < nEnd; ++e) {
+        const std::pair<int, int>& inc = x.vIncs[f][static_cast<size_t>(e)];
+        if (m_msvWordRule.AddToSlot(inc.first, inc.second) != 0) continue;
+        x.viDirtySlots.push_back(inc.first);
+        TouchSubRule(m_msvWordRule.SlotSubRule(inc.first));
+    }
+}
+
+// Marks sub-rule i and its rules for a fresh decision on this document.
+void CTextParser::TouchSubRule(int i) {
+    CIndex& x = *m_pIndex;
+    if (static_cast<size_t>(i) >= x.nSubEval) return;  // no result entry to decide into
+    if (x.vnSubStamp[static_cast<size_t>(i)] == x.nStamp) return;
+    x.vnSubStamp[static_cast<size_t>(i)] = x.nStamp;
+    x.viDirtySubs.push_back(i);
+    for (int e = x.viSubOwnerBegin[static_cast<size_t>(i)];
+         e < x.viSubOwnerBegin[static_cast<size_t>(i) + 1]; ++e) {
+        const int r = x.viSubOwner[static_cast<size_t>(e)];
+        if (x.vnRuleStamp[static_cast<size_t>(r)] == x.nStamp) continue;
+        x.vnRuleStamp[static_cast<size_t>(r)] = x.nStamp;
+        x.viTouchedRules.push_back(r);
+    }
+}
+
+// ======================================================================
+// Sub-rules
+// ======================================================================
+
+// AUTHOR, BOARD and DATATYPE sub-rules hold when the field equals one of
+// their keywords; hit word = prefix + field value.
+void CTextParser::DecideMetadata(const _stDoc& d) {
+    const CIndex& x = *m_pIndex;
+    const std::string* pValue[3] = {&d.sAuthor, &d.sBoard, &d.sDatatype};
+    for (int f = 0; f < 3; ++f) {
+        if (x.mMeta[f].empty()) continue;
+        const auto it = x.mMeta[f].find(*pValue[f]);
+        if (it == x.mMeta[f].end()) continue;
+        for (int i : it->second) {
+            m_vstSubRuleResult[i].bSuccess = true;
+            m_vstSubRuleResult[i].sHitWord = kMetaPrefix[f] + *pValue[f];
+            TouchSubRule(i);
+        }
+    }
+}
+
+// Decides the counted sub-rules with a raised count; the others keep their
+// default outcome.
+void CTextParser::DecideTouchedSubRules() {
+    const CIndex& x = *m_pIndex;
+    for (int i : x.viDirtySubs)
+        if (x.vcSubKind[i] == 0) m_vstSubRuleResult[i].bSuccess = DoSubRule(i, &x);
+}
+
+bool CTextParser::fn_bDoSubRule(int iSubRuleId) {
+    const bool bOutcome = DoSubRule(iSubRuleId, IndexIsCurrent() ? m_pIndex.get() : nullptr);
+    m_pIndex.reset();  // a result changed behind the dirty lists: restore in full next time
+    return bOutcome;
+}
+
+bool CTextParser::DoSubRule(int i, const CIndex* pIndex) {
+    if (i < 0 || static_cast<size_t>(i) >= m_vstSubRules.size() ||
+        static_cast<size_t>(i) >= m_vstSubRuleResult.size())
+        return false;
+    const _stSubRule& stSub = m_vstSubRules[i];
+    std::string* pHit = &m_vstSubRuleResult[i].sHitWord;
+    const SubRelation eRel = pIndex ? pIndex->veSubRelation[i] : SubRelationOf(stSub.sRelation);
+    return DecideSubRule(
+        eRel, stSub.vsKeyword, stSub.iMinCount, [&](size_t j) { return CountOf(pIndex, i, j); },
+        pHit);
+}
+
+// count(keyword j of sub-rule i, i) through the index's slots, or by lookup
+// without one; 0 for keywords without a count slot (those of AUTHOR, BOARD
+// and DATATYPE sub-rules). Never inserts.
+int CTextParser::CountOf(const CIndex* pIndex, int i, size_t j) const {
+    if (pIndex != nullptr) {
+        const int iSlot = pIndex->SubSlot(static_cast<size_t>(i), j);
+        return iSlot < 0 ? 0 : m_msvWordRule.SlotValue(iSlot);
+    }
+    return m_msvWordRule.count(m_vstSubRules[i].vsKeyword[j], static_cast<size_t>(i));
+}
+
+// ======================================================================
+// Rules and scores
+// ======================================================================
+
+bool CTextParser::fn_bDoRule(int iRuleId) {
+    m_bTextNormalised = false;  // the caller may have set m_sText
+    return DoRule(iRuleId, IndexIsCurrent() ? m_pIndex.get() : nullptr);
+}
+
+bool CTextParser::DoRule(int r, const CIndex* pIndex) {
+    if (r < 0 || static_cast<size_t>(r) >= m_vstRules.size()) return false;
+    const _stRule& stRule = m_vstRules[r];
+    const size_t nEval = std::min(m_vstSubRules.size(), m_vstSubRuleResult.size());
+    auto s = [&](size_t j) {
+        const int i = stRule.viSubRule[j];
+        return i >= 0 && static_cast<size_t>(i) < nEval && m_vstSubRuleResult[i].bSuccess;
+    };
+    const RuleRelation eRel = pIndex ? pIndex->veRuleRelation[r] : RuleRelationOf(stRule.sRelation);
+    switch (DecideRelation(eRel, stRule.viSubRule.size(), s)) {
+        case Verdict::kTrue:
+            return true;
+        case Verdict::kNearTest:
+            return NearTest(stRule,
+                            pIndex ? pIndex->viNearDistance[r] : NearDistanceOf(stRule.sRelation),
+                            pIndex);
+        default:
+            return false;
+    }
+}
+
+// The NEAR<d> test, all sub-rules having held: every pair of non-NOT
+// sub-rules must have hit keywords within d bytes of each other in m_sText,
+// which is normalised first (separator -> 20 blanks, line feed -> 10).
+bool CTextParser::NearTest(const _stRule& stRule, int nDistance, const CIndex* pIndex) {
+    if (!m_bTextNormalised) {  // once per document: a second pass would change nothing
+        NormaliseNearText(m_sText);
+        m_bTextNormalised = true;
+    }
+    std::vector<NearSide> vLocal;  // pIndex, when set, is m_pIndex and lends its scratch
+    std::vector<NearSide>& vSides = pIndex ? m_pIndex->vNearSides : vLocal;
+    vSides.resize(stRule.viSubRule.size());
+    for (size_t a = 0; a < vSides.size(); ++a) {
+        const int i = stRule.viSubRule[a];
+        NearSide& side = vSides[a];
+        side.vsHit.clear();
+        side.bNot = i < 0 || static_cast<size_t>(i) >= m_vstSubRules.size() ||
+                    (pIndex ? pIndex->veSubRelation[i] == SubRelation::kNot
+                            : m_vstSubRules[i].sRelation == "NOT");
+        if (side.bNot) continue;
+        const std::vector<tstring>& vsKeyword = m_vstSubRules[i].vsKeyword;
+        for (size_t j = 0; j < vsKeyword.size(); ++j)
+            if (CountOf(pIndex, i, j) != 0) side.vsHit.emplace_back(vsKeyword[j]);
+    }
+    return NearSidesHold(m_sText, vSides, nDistance);
+}
+
+// Decides and scores the rules in index order and returns the class weights
+// as results in class-name order. With a positive certainty only rules that
+// can fire are visited: those touched by this document and those that hold
+// (or need the NEAR test) without hits; every other rule is false and would
+// be skipped. Few touched rules are sorted and merged with the latter; many
+// are picked out by one pass over the rule flags.
+std::vector<_stResult> CTextParser::DecideAndScoreRules() {
+    CIndex& x = *m_pIndex;
+    const bool bFiredOnly = m_fCertainty > 0;
+    auto visit = [&](int r) {
+        const bool bDecide = x.vnRuleStamp[r] == x.nStamp || x.vbRuleVolatile[r];
+        ScoreRule(r, bDecide ? DoRule(r, &x) : x.vbRuleDefault[r] != 0);
+        x.viDirtyRules.push_back(r);
+    };
+    x.viWeighted.clear();
+    if (bFiredOnly && x.viTouchedRules.size() * 8 < x.nRuleEval) {
+        std::sort(x.viTouchedRules.begin(), x.viTouchedRules.end());
+        x.viCandidates.clear();
+        std::set_union(x.viTouchedRules.begin(), x.viTouchedRules.end(), x.viAlways.begin(),
+                       x.viAlways.end(), std::back_inserter(x.viCandidates));
+        for (int r : x.viCandidates) visit(r);
+    } else {
+        for (int r = 0; static_cast<size_t>(r) < x.nRuleEval; ++r)
+            if (!bFiredOnly || x.vbAlways[r] || x.vnRuleStamp[r] == x.nStamp) visit(r);
+    }
+    x.viTouchedRules.clear();
+    std::sort(x.viWeighted.begin(), x.viWeighted.end());  // class numbers follow name order
+    std::vector<_stResult> vstResult;
+    vstResult.reserve(x.viWeighted.size());
+    for (int c : x.viWeighted) vstResult.push_back(_stResult{x.vsClass[c], x.vfWeight[c]});
+    return vstResult;
+}
+
+// Records rule r's outcome and, when it scores at least m_fCertainty,
+// its score (capped at 1.0) as its class's weight if that is the best so far.
+// The negative-class veto is absent: it can never drop a rule (see
+// kNoModelSimilarity).
+void CTextParser::ScoreRule(int r, bool bFired) {
+    CIndex& x = *m_pIndex;
+    const _stRule& stRule = m_vstRules[r];
+    _stRuleResult& stRes = m_vstRuleResult[r];
+    stRes.bSuccess = bFired;
+    if (!stRes.bSuccess && m_fCertainty > 0) return;
+    stRes.fVSMSim = kNoModelSimilarity;
+    float fScore = RuleScore(stRes.bSuccess, stRule.fEffecValue, stRule.fPerfectVSMSim);
+    if (fScore < m_fCertainty) return;
+    const int c = x.viRuleClass[r];
+    if (fScore > 1.0f) fScore = 1.0f;
+    if (x.vnClassStamp[c] != x.nStamp) {
+        x.vnClassStamp[c] = x.nStamp;
+        x.viWeighted.push_back(c);
+        x.vfWeight[c] = fScore;
+    } else if (fScore > x.vfWeight[c]) {
+        x.vfWeight[c] = fScore;
+    }
+    stRes.bSuccess = true;
+}
