@@ -25,12 +25,18 @@
 // texts returned by MMFullScan, MMScan and GetTopWords stay valid until the
 // next such call or destruction. Not copyable.
 //
+// Files: PDAT.cpp (lifecycle), PDATBuild.cpp (insertion, term counters),
+// PDATLayout.cpp (AddWordComplete), PDATFind.cpp (lookups, MMScan),
+// PDATScan.cpp (MMFullScan), PDATSegment.cpp (MMSegment), PDATFile.cpp
+// (Save, Load, Import, Export); PDATChars.h and PDATWalk.h are internal.
+//
 // Thread-safety: none; callers serialise all calls. (The const lookups Find,
 // GetWords, GetMaxWord and IsValidString modify nothing; MMFullScanSpans,
 // like MMFullScan, builds the byte-mode scan index on its first call after
 // the dictionary changed.)
 #pragma once
 
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -48,7 +54,7 @@ struct trie_elem {
     int child_count;      // number of children
     trie_elem* children;  // children in insertion order (realloc'd); null when none
     int position;         // cell index once laid out; before that 0, or the node's key in the
-                          // child index of busy nodes (see PDAT.cpp)
+                          // child index of busy nodes (see PDATBuild.cpp)
     int check;            // parent cell, set during layout; -1 at creation
     int handle;           // handle if a word ends here, else -1
 };
@@ -137,11 +143,8 @@ class CPDAT {
     // count, cells 0..GetLowerBound() (none for an empty dictionary), mode.
     // False, without a message, when the file cannot be created or written.
     virtual bool Save(const char* path);
-    // Builds this dictionary from a text file, one entry a line (see
-    // PDATFile.cpp), leaving out words pExclude (may be null) finds; writes
-    // the normalised entries to path + "_export.txt" and prints a progress
-    // line to stdout at every hundredth word. Returns GetItemCount(), or 0
-    // (dictionary untouched) if either file cannot be opened.
+    // Import(path, pExclude, ClassicProgress()): progress lines on standard
+    // output unless the classic progress switch (Global.h) is off.
     virtual int Import(const char* path, CPDAT* pExclude);
 
     virtual ~CPDAT();
@@ -150,6 +153,14 @@ class CPDAT {
     virtual int AddTrie(const char* path);
     // Does nothing.
     virtual void GetPos(char* text, int len);
+
+    // Builds this dictionary from a text file, one entry a line (see
+    // PDATFile.cpp), leaving out words pExclude (may be null) finds; writes
+    // the normalised entries to path + "_export.txt" and prints
+    // "<count>\t<entry> Completed!\r" to pProgress (null: silent) at every
+    // hundredth word. Returns GetItemCount(), or 0 (dictionary untouched) if
+    // either file cannot be opened.
+    int Import(const char* path, CPDAT* pExclude, FILE* pProgress);
 
     // Writes every word, one a line, in cell order: each cell with a handle
     // >= 0 and base < 0 (so a childless one-character word in cell 0, whose
@@ -160,6 +171,8 @@ class CPDAT {
     // that loaded its cells, none (empty lines) for a dictionary built in
     // this object. False if the file cannot be created.
     bool Export(const char* path);
+
+    // ---- Segmentation (PDATSegment.cpp) ----
 
     // Forward maximum matching of text (null reads as empty): each segment
     // followed by sep goes to *result; with handles, the segments' handles
@@ -186,7 +199,7 @@ class CPDAT {
     // created.
     float FileSegment(const char* inPath, const char* outPath);
 
-    // ---- Construction ----
+    // ---- Construction (PDATBuild.cpp, PDATLayout.cpp) ----
 
     // Starts a new word set: empty construction tree, character counts cleared,
     // item count 0, adding state. Term counters, the character range and any
@@ -230,7 +243,7 @@ class CPDAT {
     // or for null arguments, returns 0 with length 0.
     int GetCharCode(const char* text, int i, int len, int* pCharLen) const;
 
-    // ---- Lookup and scans (completed dictionary) ----
+    // ---- Lookup and scans (completed dictionary; PDATFind.cpp, PDATScan.cpp) ----
 
     // Handle of the one-character word with raw code code, or -1. A word in
     // the highest valid cell is not found this way.
@@ -294,8 +307,16 @@ class CPDAT {
     int GetCharsetSize() const { return m_charsetSize; }
 
   private:
-    struct ChildIndex;  // (node key, code) -> child slot for busy nodes
-    struct LayoutWork;  // work queue and free-cell index of one layout
+    struct ChildIndex;  // (node key, code) -> child slot for busy nodes (PDATBuild.cpp)
+    struct LayoutWork;  // work queue and free-cell index of one layout (PDATLayout.cpp)
+    struct ScanIndex;   // the byte-mode full scan's copy of the cells (PDATScan.cpp)
+    // Deleters defined beside their types, so that no other file needs them complete.
+    struct ChildIndexDelete {
+        void operator()(ChildIndex* p) const;
+    };
+    struct ScanIndexDelete {
+        void operator()(ScanIndex* p) const;
+    };
 
     int BuildTRIE(const char* word, int handle, bool bFreq, bool bFindOnly);
     int InsertWalk(const char* word, int len, int handle, bool bFreq, bool bFindOnly);
@@ -318,14 +339,13 @@ class CPDAT {
     int SegmentInto(const unsigned char* s, int len, int* handles, char* out, bool bKeepUnknown,
                     int maxLen, char sep, int* pOut) const;
 
-    struct ScanIndex;  // the byte-mode full scan's copy of the cells (see PDAT.cpp)
     // Drops the scan index; the next full scan builds it again. Called
     // wherever the cells, the character map or the lower bound change.
     void InvalidateScanIndex();
     // The scan index, built on first use; null when the full scan takes the
     // general walk (modes 0 and 2, a damaged layout, no memory).
     const ScanIndex* GetScanIndex() const;
-    // The full scan of len > 0 bytes of s into sink o (the sinks live in PDAT.cpp).
+    // The full scan of len > 0 bytes of s into sink o (the sinks live in PDATWalk.h).
     template <typename Sink>
     void FullScan(const unsigned char* s, int len, Sink& o) const;
 
@@ -346,7 +366,7 @@ class CPDAT {
     int m_nMode;                             // character mode 0, 1 or 2
     std::string m_sTopWords;                 // GetTopWords text
     bool m_bWordAddCompleted;
-    std::unique_ptr<ChildIndex> m_pChildIndex;        // construction only
-    mutable std::unique_ptr<ScanIndex> m_pScanIndex;  // see GetScanIndex
-    mutable bool m_bScanIndexBuilt = false;           // m_pScanIndex is current
+    std::unique_ptr<ChildIndex, ChildIndexDelete> m_pChildIndex;       // construction only
+    mutable std::unique_ptr<ScanIndex, ScanIndexDelete> m_pScanIndex;  // see GetScanIndex
+    mutable bool m_bScanIndexBuilt = false;                            // m_pScanIndex is current
 };

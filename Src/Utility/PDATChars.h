@@ -1,8 +1,8 @@
 // PDATChars.h - how the dictionary reads one character of a text (internal).
 //
-// Shared by the dictionary's lookups and scans (PDAT.cpp) and its
-// segmentation (PDATFile.cpp), so both read characters identically and the
-// hot loops can take the reader as a compile-time mode. Mode 0: GBK, a byte
+// Shared by insertion (PDATBuild.cpp), the lookups and scans (PDATFind.cpp)
+// and the segmentation (PDATSegment.cpp), so all read characters identically
+// and the hot loops can take the reader as a compile-time mode. Mode 0: GBK, a byte
 // with its high bit set and a following byte form one character, ASCII
 // capitals fold to small letters. Mode 1: single bytes. Mode 2: GBK with
 // brackets, quotes and full-width letters/digits normalised and a run of

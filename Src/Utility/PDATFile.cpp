@@ -1,5 +1,5 @@
-// PDATFile.cpp - the dictionary's files (binary save and load, text import
-// and export) and its segmentation by forward maximum matching.
+// PDATFile.cpp - the dictionary's files: binary save and load, text import
+// and export.
 //
 // Binary dictionary file, every integer 32-bit in native byte order
 // (little-endian on the platforms served), no magic, version or checksum;
@@ -28,30 +28,27 @@
 // entry keeps its '[' and may hold spaces; else the token itself. Every '_'
 // of an entry becomes ' '.
 //
-// Segmentation walks the cells from each start, remembering one candidate
-// (the last word end reached, or the first character alone); on a failed or
-// unknown character it writes the candidate and goes on right after it, so
-// at most the bytes of one candidate's walk are read twice. Segments are
-// consecutive, each at most its own bytes plus the separator, so the output
-// never exceeds 2 * len + 1 bytes and the handles len entries.
+// Export spells each word back from its last cell through the parents: the
+// character of a cell is its index less abs(base) of its parent, and a
+// first-character cell's index is its own dense code.
+#include "PDAT.h"
+
+#include "Global.h"
+#include "MallocPtr.h"
+#include "PDATWalk.h"
+#include "Utility.h"
+#include "global_linux.h"
+
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <ctime>
 #include <memory>
 #include <new>
 #include <string>
 #include <vector>
 
-#include "Global.h"
-#include "PDAT.h"
-
-#include "PDATChars.h"
-#include "Utility.h"
-#include "global_linux.h"
+using pdat_walk::Abs;
 
 namespace {
 
@@ -59,11 +56,6 @@ constexpr int kCodes = 65536;
 constexpr int64_t kMapBytes = 4 * int64_t{kCodes};
 constexpr int64_t kEmptyFileBytes = kMapBytes + 12;  // map, bound, count, mode
 constexpr int kLineBytes = 3072;
-constexpr int kMaxSegmentLen = (INT_MAX - 1) / 6;  // keeps 6 * len + 1 in an int
-
-struct FreeCells {
-    void operator()(state* p) const { std::free(p); }
-};
 
 // ---- Loading ----------------------------------------------------------------------
 
@@ -72,7 +64,7 @@ struct LoadedDict {
     std::unique_ptr<int[]> pCharset;  // kCodes entries
     int32_t nLowerBound = 0;
     uint32_t nItemCount = 0;
-    std::unique_ptr<state, FreeCells> pCells;  // nLowerBound + 1 cells, or null
+    MallocPtr<state> pCells;  // nLowerBound + 1 cells, or null
     int32_t nMode = 0;
 };
 
@@ -164,10 +156,6 @@ const std::string& TextOf(const std::vector<std::string>& vecText, long long cod
     return code >= 0 && code < static_cast<long long>(vecText.size()) ? vecText[code] : s_sNone;
 }
 
-long long Abs(int x) {
-    return x < 0 ? -static_cast<long long>(x) : x;
-}
-
 // The word ending at cell k, spelled from its last character back through
 // the parents (at most last steps, so a damaged loop of parents ends).
 std::string SpellWord(const state* cells, int last, int k,
@@ -183,170 +171,6 @@ std::string SpellWord(const state* cells, int last, int k,
     std::string sWord = TextOf(vecText, cur);
     for (auto it = vecRev.rbegin(); it != vecRev.rend(); ++it) sWord += **it;
     return sWord;
-}
-
-// ---- Segmentation ---------------------------------------------------------------------
-
-// Bytes that end (and are never part of) an ASCII run. A table: the test
-// runs for every byte of an ASCII run.
-struct RunStopTable {
-    bool stop[256] = {};
-    RunStopTable() {
-        stop[0] = true;
-        for (const char* p = " \t-_,.:/~#%^*()"; *p; ++p)
-            stop[static_cast<unsigned char>(*p)] = true;
-    }
-};
-const RunStopTable kRunStops;
-
-bool IsRunStop(unsigned char c) {
-    return kRunStops.stop[c];
-}
-
-// Writes the segments as MMSegment's text (each followed by sep) and,
-// when handles is not null, their handles (every segment's with
-// bKeepUnknown, else dictionary words' only). Buffers sized by the caller.
-struct TextSink {
-    const unsigned char* s;
-    int* handles;
-    char* out;
-    bool bKeepUnknown;
-    char sep;
-    int count = 0, nOut = 0;
-
-    void Segment(int from, int n, int handle) {
-        std::memcpy(out + nOut, s + from, static_cast<size_t>(n));
-        nOut += n;
-        out[nOut++] = sep;
-        if (handles && (bKeepUnknown || handle != -1)) handles[count++] = handle;
-    }
-};
-
-// Collects the segments as spans of the text.
-struct SpanSink {
-    std::vector<_stSegSpan>& spans;
-
-    void Segment(int from, int n, int /*handle*/) { spans.push_back({from, n}); }
-};
-
-// What one segmentation reads: the cells, the highest valid cell, the
-// character map, the text and the cap on a candidate's walk.
-struct SegmentInput {
-    const state* cells;
-    long long last;
-    const int* charset;
-    const unsigned char* s;
-    int len;
-    int maxLen;
-};
-
-// One segmentation of len bytes of s: the cursor state of the forward
-// maximum matching walk, handing each segment to the sink in text order.
-template <int kMode, typename Sink>
-struct Segmenter : SegmentInput {
-    Sink& sink;
-
-    int i = 0, start = 0, cand = 0, prev = -2, handle = -1;
-    long long base = 0;
-
-    void Reset() {
-        cand = 0;
-        base = 0;
-        prev = -2;
-    }
-
-    void EmitWord(int from, int n) {
-        sink.Segment(from, n, handle);
-        handle = -1;
-    }
-
-    // The character of charLen bytes ending at i, and, when it is one byte
-    // (below 0x80 if bAsciiOnly) outside the stop set, the ASCII run after it.
-    void EmitRun(int charLen, bool bAsciiOnly) {
-        const int from = i - charLen;
-        const unsigned char c = s[i - 1];
-        if (charLen == 1 && (!bAsciiOnly || c < 0x80) && !IsRunStop(c))
-            while (i < len && s[i] < 0x80 && !IsRunStop(s[i])) ++i;
-        sink.Segment(from, i - from, -1);
-    }
-
-    void Known(int dense, int charLen) {
-        const long long p = base + dense;
-        if (p >= 0 && p <= last && cells[p].check == prev) {
-            const state& c = cells[p];
-            prev = static_cast<int>(p);
-            if (c.base >= 0) {
-                base = c.base;
-                if (cand == 0) cand = charLen;
-                return;
-            }
-            base = -static_cast<long long>(c.base);
-            cand = i - start;
-            handle = c.handle;
-            if (base != p) return;  // an inner word end: look for a longer word
-            EmitWord(start, cand);
-        } else if (cand < 1) {
-            EmitRun(charLen, true);
-        } else {
-            EmitWord(start, cand);
-            i = start + cand;
-        }
-        Reset();
-        start = i;
-    }
-
-    void Unknown(int charLen) {
-        if (cand > 0) EmitWord(start, cand);
-        if (cand == 0 || start + cand >= i - charLen) {
-            EmitRun(charLen, false);
-            start = i;
-        } else {  // rescan the bytes between the candidate and this character
-            start += cand;
-            i = start;
-        }
-        Reset();
-    }
-
-    void Run() {
-        while (!(i >= len && (start >= len || cand < 1))) {
-            if (cand > 0 && (i == len || (maxLen >= 1 && i > start + maxLen))) {
-                EmitWord(start, cand);
-                start += cand;
-                i = start;
-                Reset();
-            }
-            if (i >= len) break;
-            int charLen = 0;
-            const int code = pdat_chars::CharCodeAt<kMode>(s, i, len, &charLen);
-            i += std::max(charLen, 1);
-            const int dense = code >= 0 && code < kCodes ? charset[code] : -1;
-            if (dense >= 0)
-                Known(dense, std::max(charLen, 1));
-            else
-                Unknown(std::max(charLen, 1));
-        }
-    }
-};
-
-// Segments in.s with the character reader of nMode.
-template <typename Sink>
-void RunSegmenter(int nMode, const SegmentInput& in, Sink& sink) {
-    pdat_chars::DispatchMode(nMode, [&](auto mode) {
-        Segmenter<decltype(mode)::value, Sink> seg{in, sink};
-        seg.Run();
-    });
-}
-
-// Makes *pBuf (malloc'd or null, *pCap elements) hold at least nNeed
-// elements; false, leaving both untouched, when memory runs out.
-template <typename T>
-bool Reserve(T** pBuf, int* pCap, int nNeed) {
-    if (*pBuf && *pCap >= nNeed) return true;
-    void* p = std::realloc(*pBuf, sizeof(T) * static_cast<size_t>(nNeed));
-    if (!p) return false;
-    *pBuf = static_cast<T*>(p);
-    *pCap = nNeed;
-    return true;
 }
 
 }  // namespace
@@ -402,6 +226,10 @@ bool CPDAT::Load(const char* path) {
 // ---- Text import and export -------------------------------------------------------
 
 int CPDAT::Import(const char* path, CPDAT* pExclude) {
+    return Import(path, pExclude, ClassicProgress());
+}
+
+int CPDAT::Import(const char* path, CPDAT* pExclude, FILE* pProgress) {
     FilePtr in = OpenFile(path, "r");
     const std::string sExport = NameOf(path) + "_export.txt";
     FilePtr out = OpenFile(in ? sExport.c_str() : nullptr, "w");
@@ -416,7 +244,8 @@ int CPDAT::Import(const char* path, CPDAT* pExclude) {
         if (pExclude && pExclude->Find(sEntry.c_str()) >= 0) continue;
         AddWord(sEntry.c_str(), false);
         if (m_nItemCount % 100 == 0)
-            std::printf("%d\t%s Completed!\r", static_cast<int>(m_nItemCount), sEntry.c_str());
+            Progress(pProgress, "%d\t%s Completed!\r", static_cast<int>(m_nItemCount),
+                     sEntry.c_str());
     }
     in.reset();
     out.reset();
@@ -438,84 +267,4 @@ bool CPDAT::Export(const char* path) {
         std::fputc('\n', fp.get());
     }
     return std::fclose(fp.release()) == 0;
-}
-
-// ---- Segmentation ---------------------------------------------------------------------
-
-int CPDAT::SegmentInto(const unsigned char* s, int len, int* handles, char* out, bool bKeepUnknown,
-                       int maxLen, char sep, int* pOut) const {
-    TextSink sink{s, handles, out, bKeepUnknown, sep};
-    if (len > 0) RunSegmenter(m_nMode, {m_pData, LastCell(), m_charset, s, len, maxLen}, sink);
-    *pOut = sink.nOut;
-    return sink.count;
-}
-
-int CPDAT::MMSegmentSpans(const char* text, int len, int maxLen,
-                          std::vector<_stSegSpan>& spans) const {
-    spans.clear();
-    if (!text || len <= 0) return 0;
-    const unsigned char* s = reinterpret_cast<const unsigned char*>(text);
-    SpanSink sink{spans};
-    RunSegmenter(m_nMode, {m_pData, LastCell(), m_charset, s, len, maxLen}, sink);
-    return static_cast<int>(spans.size());
-}
-
-int CPDAT::MMSegment(const char* text, int** handles, int* handleCap, char** result, int* resultCap,
-                     bool, bool bKeepUnknown, int maxLen, char sep) {
-    if (!result || !resultCap) return 0;
-    const int len = text ? static_cast<int>(std::min<size_t>(strlen(text), kMaxSegmentLen)) : 0;
-    if (!*result || len * 6 >= *resultCap) {
-        int nCap = 0;
-        if (!Reserve(result, &nCap, len * 6 + 1)) return 0;
-        *resultCap = nCap;
-    }
-    int* pHandles = nullptr;
-    if (handles && handleCap) {
-        if (!*handles || len + 1 >= *handleCap) {
-            int nCap = 0;
-            if (!Reserve(handles, &nCap, len + 2)) return 0;
-            *handleCap = nCap;
-        }
-        pHandles = *handles;
-    }
-    int nOut = 0;
-    const int count = SegmentInto(reinterpret_cast<const unsigned char*>(text), len, pHandles,
-                                  *result, bKeepUnknown, maxLen, sep, &nOut);
-    (*result)[nOut] = '\0';
-    return count;
-}
-
-char* CPDAT::MMSegment(const char* text, int maxLen, char sep) {
-    static char s_sNoText[1] = {0};
-    const int len = text ? static_cast<int>(std::min<size_t>(strlen(text), kMaxSegmentLen)) : 0;
-    if (!m_sResult || len * 6 >= m_nResultLen) {
-        char* p = new (std::nothrow) char[static_cast<size_t>(len) * 6 + 1];
-        if (!p) return s_sNoText;
-        delete[] m_sResult;
-        m_sResult = p;
-        m_nResultLen = len * 6 + 1;
-    }
-    int nOut = 0;
-    SegmentInto(reinterpret_cast<const unsigned char*>(text), len, nullptr, m_sResult, false,
-                maxLen, sep, &nOut);
-    m_sResult[nOut] = '\0';
-    return m_sResult;
-}
-
-float CPDAT::FileSegment(const char* inPath, const char* outPath) {
-    char* pRead = nullptr;
-    const size_t nRead = ReadFile(inPath, &pRead);
-    const std::unique_ptr<char[]> pText(pRead);
-    if (nRead == 0) return 0;
-    FilePtr out = OpenFile(outPath, "w");
-    if (!out) return 0;
-    const clock_t tStart = clock();
-    const char* sResult = MMSegment(pText.get(), -1, '\t');
-    const clock_t tEnd = clock();
-    std::fputs(sResult, out.get());
-    std::fputs("\n", out.get());
-    out.reset();
-    // Seconds as ticks / 1000000; a run below one tick counts as one.
-    const double dSeconds = std::max<double>(static_cast<double>(tEnd - tStart), 1.0) / 1000000.0;
-    return static_cast<float>(static_cast<double>(nRead) / dSeconds / 1000.0);
 }
