@@ -18,10 +18,9 @@
 #include <new>
 
 #include "Global.h"
+#include "global_linux.h"
 
 namespace {
-
-using FilePtr = std::unique_ptr<FILE, decltype(&std::fclose)>;
 
 // Size of fp's content, found by seeking to its end; fp is left at its start.
 // False for a stream that is not a regular file (when it has a descriptor) or
@@ -57,14 +56,14 @@ bool ReadWhole(FILE* fp, const std::string& sWhat, std::unique_ptr<char[]>& pDat
 
 // Creates or truncates sPath and writes nSize bytes of pData to it.
 bool WriteWhole(const char* sPath, const char* pData, long nSize) {
-    FilePtr fp(std::fopen(sPath, "wb"), &std::fclose);
+    FilePtr fp = OpenFile(sPath, "wb");
     if (!fp) {
         ReportError("Cannot open file " + NameOf(sPath) + " for writing");
         return false;
     }
     const bool bWritten =
         std::fwrite(pData, 1, static_cast<size_t>(nSize), fp.get()) == static_cast<size_t>(nSize);
-    if (std::fclose(fp.release()) != 0 || !bWritten) {
+    if (!CloseWritten(std::move(fp), bWritten)) {
         ReportError("Cannot write file " + NameOf(sPath));
         return false;
     }
@@ -118,7 +117,7 @@ int CVQTEncript::Encrypt(const char* srcPath, const char* dstPath, long /*unused
                     ": missing file name");
         return 0;
     }
-    FilePtr fp(std::fopen(srcPath, "rb"), &std::fclose);
+    FilePtr fp = OpenFile(srcPath, "rb");
     if (!fp) {
         ReportError("Cannot open file " + NameOf(srcPath) + " for reading");
         return 0;

@@ -173,6 +173,10 @@ FilePtr OpenFile(const char* sPath, const char* sMode) {
     return FilePtr(sPath ? std::fopen(sPath, sMode) : nullptr, &std::fclose);
 }
 
+bool CloseWritten(FilePtr fp, bool bWritten) {
+    return std::fclose(fp.release()) == 0 && bWritten;
+}
+
 bool WriteAll(FILE* fp, const void* pData, size_t nBytes) {
     return nBytes == 0 || std::fwrite(pData, 1, nBytes, fp) == nBytes;
 }

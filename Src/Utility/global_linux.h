@@ -111,6 +111,11 @@ using FilePtr = std::unique_ptr<FILE, decltype(&std::fclose)>;
 // std::fopen(sPath, sMode) as a FilePtr; empty for a null sPath or a failed open.
 FilePtr OpenFile(const char* sPath, const char* sMode);
 
+// Closes a file that was written through fp. True when bWritten (the writes
+// succeeded) and the close succeeded (it flushes); false otherwise, the file
+// closed either way.
+bool CloseWritten(FilePtr fp, bool bWritten);
+
 // Writes the nBytes at pData to fp. True when all were written (always for 0
 // bytes, without touching fp or pData); false on a short write.
 bool WriteAll(FILE* fp, const void* pData, size_t nBytes);
