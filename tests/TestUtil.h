@@ -92,14 +92,6 @@ inline std::unique_ptr<CPDAT> MakeDict(const std::vector<std::string>& vecWords)
     return pDict;
 }
 
-// GBK sample words (the characters in the comments).
-namespace gbk {
-inline const std::string kNiHao = "\xC4\xE3\xBA\xC3";       // 你好
-inline const std::string kSport = "\xCC\xE5\xD3\xFD";       // 体育
-inline const std::string kFootball = "\xD7\xE3\xC7\xF2";    // 足球
-inline const std::string kBasketball = "\xC0\xBA\xC7\xF2";  // 篮球
-}  // namespace gbk
-
 // The clock of ScopedLog; tests may move it.
 inline time_t g_tNow = 0;
 inline constexpr time_t kFixedTime = 1795340096;  // 2026-11-22 09:34:56 UTC
@@ -150,6 +142,19 @@ class ScopedCwd {
 
   private:
     std::filesystem::path m_old;
+};
+
+// The loaders' classic progress lines on or off for one scope (tests keep
+// them off; one test checks the printed bytes).
+class ScopedProgress {
+  public:
+    explicit ScopedProgress(bool bOn) : m_bOld(SetClassicProgress(bOn)) {}
+    ~ScopedProgress() { SetClassicProgress(m_bOld); }
+    ScopedProgress(const ScopedProgress&) = delete;
+    ScopedProgress& operator=(const ScopedProgress&) = delete;
+
+  private:
+    bool m_bOld;
 };
 
 // Fixture: a ScopedLog and a data directory for files the test writes.

@@ -4,22 +4,20 @@
 #   prose.big5    its traditional form (opencc -c s2t) in BIG5, characters BIG5
 #                 cannot hold dropped (iconv -c);
 #   prose.t2s.u8  OpenCC's simplified form of that BIG5 text (opencc -c t2s),
-#                 the reference for BIG5 input;
-#   docs.big5/    the example documents in traditional form, BIG5.
+#                 what BIG5 input is compared with.
 # Needs opencc and the prose packages (bash scripts/deps.sh opencc prose);
 # CMake builds the corpus only when they are there. Deterministic.
-# Usage: tests/make_corpus.sh DIR EXAMPLE_DOCS_DIR
+# Usage: tests/make_corpus.sh DIR
 set -euo pipefail
 export LC_ALL=C
 
-if (($# != 2)); then
-  echo "usage: $0 DIR EXAMPLE_DOCS_DIR" >&2
+if (($# != 1)); then
+  echo "usage: $0 DIR" >&2
   exit 2
 fi
 dir="$1"
-docs="$2"
 repo_dir="$(cd "$(dirname "$0")/.." && pwd)"
-mkdir -p "$dir/docs.big5"
+mkdir -p "$dir"
 
 # iconv -c exits with 1 when it dropped something; only more is an error.
 to_big5() {
@@ -35,7 +33,4 @@ iconv -f BIG5 -t UTF-8 "$dir/prose.big5" >"$dir/prose.big5.u8"
 opencc -c t2s -i "$dir/prose.big5.u8" -o "$dir/prose.t2s.u8"
 rm -f "$dir/prose.s2t.u8" "$dir/prose.big5.u8"
 
-for f in "$docs"/*.txt; do
-  iconv -f GBK -t UTF-8 "$f" | opencc -c s2t | to_big5 >"$dir/docs.big5/$(basename "$f")"
-done
 echo "make_corpus.sh: $(stat -c %s "$dir/prose.u8") bytes of prose in $dir"

@@ -1,8 +1,8 @@
-// Tests of the tagged parameter reader (XMLParamReader.h).
+// The tagged parameter reader (XMLParamReader.h).
 //
-// PlainLookup below is the reference: the lookup read literally, one strstr
-// over the whole text per tag. The indexed reader must give the same result,
-// value and error text on every input.
+// PlainLookup below is the model: one strstr over the whole text per tag,
+// the cursor behind each opening tag. The indexed reader must give the same
+// result, value and error text on every input.
 #include "XMLParamReader.h"
 
 #include <gtest/gtest.h>
@@ -25,7 +25,7 @@ namespace {
 // Success, value and the error text after a lookup.
 using Outcome = std::tuple<bool, std::string, std::string>;
 
-// The reference lookup over a zero-terminated text; `error` carries the error
+// The model's lookup over a zero-terminated text; `error` carries the error
 // text in and out, as the reader's does.
 Outcome PlainLookup(const std::string& sText, const std::string& sPath, std::string error) {
     const char* pCursor = sText.c_str();
@@ -53,33 +53,11 @@ Outcome Lookup(CXMLParamReader& reader, const std::string& sPath) {
     return {ok, sValue, reader.getLastErrMsg()};
 }
 
-// The keys the rule loader asks for, rule i with sub-rules 1..n.
-std::vector<std::string> LoaderPaths(int nRules, int nSubRules) {
-    std::vector<std::string> paths = {"certainty", "rules.rulenum"};
-    for (int i = 0; i < nRules; ++i) {
-        const std::string sRule = "rule id=\"" + std::to_string(i) + "\".";
-        for (const char* key : {"classid", "toprule", "effectvalue", "perfectvsmsim",
-                                "imperfectvsmsim", "subrules.subrulenum"}) {
-            paths.push_back(sRule + key);
-        }
-        for (int j = 1; j <= nSubRules; ++j) {
-            const std::string sSub = sRule + "subrules.subrule id=\"" + std::to_string(j) + "\".";
-            paths.push_back(sSub + "operator");
-            paths.push_back(sSub + "value");
-        }
-    }
-    return paths;
-}
-
-// ---- Lookups ----------------------------------------------------------------
-
 TEST(XMLParamReaderTest, LookupsFollowThePlainSubstringRules) {
     const std::string kOk;  // a success leaves the error text empty
-    struct Row {
-        std::string text;  // may hold zero bytes
-        const char* path;
-        Outcome expected;
-    } rows[] = {
+    const std::string sLong(99, 'x');
+    const std::string sLongText = "<" + sLong + ">v</" + sLong + ">";
+    const std::tuple<std::string, std::string, Outcome> rows[] = {
         // The child is found after the parent's closing tag.
         {"<a>x</a><b>1</b>", "a.b", {true, "1", kOk}},
         // Line breaks and tabs vanish without a blank in their place; outer
@@ -91,22 +69,23 @@ TEST(XMLParamReaderTest, LookupsFollowThePlainSubstringRules) {
         {"<rule id=\"3\">x</rule>", "rule id=\"3\"", {true, "x", kOk}},
         {"<a b>x</a b>", "a b", {false, "", "Can't find the tag: <a b>"}},
         {"<a><>v</></a>", "a.", {true, "v", kOk}},  // an empty segment is the tag "<>"
-        {"<\xCC\xE5>\xD3\xFD</\xCC\xE5>", "\xCC\xE5", {true, "\xD3\xFD", kOk}},  // 体育
+        {"<\xCC\xE5>\xD3\xFD</\xCC\xE5>", "\xCC\xE5", {true, "\xD3\xFD", kOk}},  // <体>育</体>
         // A missing closing tag is named by its opening tag.
         {"<a>x", "a", {false, "", "Can't find the tag: <a>"}},
         {"<rule id=\"10\"><c>x</c></rule>",
          "rule id=\"1\".c",
          {false, "", "Can't find the tag: <rule id=\"1\">"}},
         {std::string("<a>1\0</a>", 9), "a", {false, "", "Can't find the tag: <a>"}},
+        // Segments are cut to 99 bytes.
+        {sLongText, sLong + "yz", {true, "v", kOk}},
+        {sLongText, sLong + "y.z", {false, "", "Can't find the tag: <z>"}},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE("text=" + row.text + " path=" + row.path);
-        CXMLParamReader reader(row.text.data(), static_cast<int>(row.text.size()));
-        EXPECT_EQ(Lookup(reader, row.path), row.expected);
+    for (const auto& [sText, sPath, expected] : rows) {
+        SCOPED_TRACE("text=" + sText + " path=" + sPath);
+        CXMLParamReader reader(sText.data(), static_cast<int>(sText.size()));
+        EXPECT_EQ(Lookup(reader, sPath), expected);
     }
-}
-
-TEST(XMLParamReaderTest, ErrorTextChangesOnlyWhenATagIsMissing) {
+    // The error text changes only when a tag is missing.
     CXMLParamReader reader("<a>1</a>", 8);
     std::string sValue = "stale";
     EXPECT_FALSE(reader.getParamString(nullptr, sValue));
@@ -117,14 +96,6 @@ TEST(XMLParamReaderTest, ErrorTextChangesOnlyWhenATagIsMissing) {
     EXPECT_STREQ(reader.getLastErrMsg(), "Can't find the tag: <b>");
 }
 
-TEST(XMLParamReaderTest, LongSegmentsAreCutTo99Bytes) {
-    const std::string sTag(99, 'x');
-    const std::string sText = "<" + sTag + ">v</" + sTag + ">";
-    CXMLParamReader reader(sText.data(), static_cast<int>(sText.size()));
-    EXPECT_EQ(Lookup(reader, sTag + "yz"), (Outcome{true, "v", ""}));
-    EXPECT_EQ(Lookup(reader, sTag + "y.z"), (Outcome{false, "", "Can't find the tag: <z>"}));
-}
-
 TEST(XMLParamReaderDeathTest, BufferConstructorRequiresABuffer) {
     EXPECT_DEATH(CXMLParamReader(nullptr, 8), "sParamBuf!=NULL && nBufLen>0");
     EXPECT_DEATH(CXMLParamReader("<a>1</a>", 0), "sParamBuf!=NULL && nBufLen>0");
@@ -132,12 +103,7 @@ TEST(XMLParamReaderDeathTest, BufferConstructorRequiresABuffer) {
 }
 
 TEST(XMLParamReaderTest, NumbersAreReadAsAtoiAndAtofReadThem) {
-    struct Row {
-        const char* text;
-        int i;
-        float f;
-        double d;
-    } rows[] = {
+    const std::tuple<const char*, int, float, double> rows[] = {
         {"abc", 0, 0.0f, 0.0},
         {"0x10", 0, 16.0f, 16.0},  // atof reads hexadecimal, atoi does not
         {"0.8", 0, 0.8f, 0.8},
@@ -147,42 +113,36 @@ TEST(XMLParamReaderTest, NumbersAreReadAsAtoiAndAtofReadThem) {
         {"1e300", 1, HUGE_VALF, 1e300},
         {"-3.4028235e38", -3, -FLT_MAX, -3.4028235e38},  // rounds to the largest float
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.text);
-        const std::string sText = std::string("<n>") + row.text + "</n>";
+    for (const auto& [sNumber, nInt, fFloat, dDouble] : rows) {
+        SCOPED_TRACE(sNumber);
+        const std::string sText = std::string("<n>") + sNumber + "</n>";
         CXMLParamReader reader(sText.data(), static_cast<int>(sText.size()));
         int i = 1234;
         float f = 5.5f;
         double d = 6.5;
-        EXPECT_TRUE(reader.getParamInt("n", i) && reader.getParamFloat("n", f) &&
-                    reader.getParamDouble("n", d));
         // A missing key leaves every number untouched.
         EXPECT_FALSE(reader.getParamInt("m", i) || reader.getParamFloat("m", f) ||
                      reader.getParamDouble("m", d));
-        EXPECT_EQ(i, row.i);
-        EXPECT_EQ(f, row.f);
-        EXPECT_EQ(d, row.d);
+        EXPECT_EQ(std::tie(i, f, d), std::make_tuple(1234, 5.5f, 6.5));
+        EXPECT_TRUE(reader.getParamInt("n", i) && reader.getParamFloat("n", f) &&
+                    reader.getParamDouble("n", d));
+        EXPECT_EQ(std::tie(i, f, d), std::tie(nInt, fFloat, dDouble));
     }
 }
 
-// ---- Files ------------------------------------------------------------------
-
-using XMLParamReaderFileTest = qxtest::SandboxTest;
-
-TEST_F(XMLParamReaderFileTest, MissingFileFailsWithoutAMessageAndEmptyFileHasNoTags) {
-    for (const char* sName : {"missing.xml", static_cast<const char*>(nullptr)}) {
-        CXMLParamReader reader(sName ? m_dir.file(sName).c_str() : nullptr);
-        EXPECT_EQ(Lookup(reader, "certainty"), (Outcome{false, "", ""}));
-        int n = 7;
-        EXPECT_FALSE(reader.getParamInt("rules.rulenum", n));
-        EXPECT_EQ(n, 7);
-    }
-    CXMLParamReader empty(m_dir.write("empty.xml", "").c_str());
-    EXPECT_EQ(Lookup(empty, "certainty"), (Outcome{false, "", "Can't find the tag: <certainty>"}));
+// A file is read up to its first zero byte; an unreadable one fails every
+// lookup without a message.
+TEST(XMLParamReaderTest, FileIsReadUpToItsFirstZeroByte) {
+    qxtest::ScopedLog log;
+    qxtest::TempDir dir;
+    CXMLParamReader file(dir.write("a.xml", std::string("<a> x\t</a>\0<b>y</b>", 20)).c_str());
+    EXPECT_EQ(Lookup(file, "a"), (Outcome{true, "x", ""}));
+    EXPECT_EQ(Lookup(file, "b"), (Outcome{false, "", "Can't find the tag: <b>"}));
+    CXMLParamReader missing(dir.file("missing.xml").c_str()), none(nullptr);
+    EXPECT_EQ(Lookup(missing, "a"), (Outcome{false, "", ""}));
+    EXPECT_EQ(Lookup(none, "a"), (Outcome{false, "", ""}));
     EXPECT_EQ(g_sLastErrorMessage, qxtest::kUntouched);  // the constructor reports nothing
 }
-
-// ---- The index against the plain search --------------------------------------
 
 std::string RandomPick(std::mt19937& rng, const std::vector<std::string>& pieces, int nMin,
                        int nMax, const char* sJoin) {
@@ -193,37 +153,6 @@ std::string RandomPick(std::mt19937& rng, const std::vector<std::string>& pieces
         s += pieces[std::uniform_int_distribution<size_t>(0, pieces.size() - 1)(rng)];
     }
     return s;
-}
-
-TEST(TagIndexTest, FindAgreesWithThePlainSearch) {
-    std::mt19937 rng(20240611);
-    const std::vector<std::string> textPieces = {
-        "<", ">", "/", "a", "b", " ", "<a>", "</a>", std::string(130, 'a')};
-    const std::vector<std::string> needlePieces = {"<", ">", "/", "a", "b", " "};
-    int nHits = 0;
-    for (int round = 0; round < 300; ++round) {
-        const std::string sText = RandomPick(rng, textPieces, 0, 60, "");
-        CTagIndex index;
-        index.Build(sText.data(), sText.size());
-        for (int q = 0; q < 50; ++q) {
-            std::string sNeedle = RandomPick(rng, needlePieces, 0, 5, "");
-            if (q % 2 == 0) sNeedle = "<" + sNeedle + ">";
-            if (q % 25 == 0) sNeedle = "<" + std::string(130, 'a') + ">";
-            const size_t nFrom = std::uniform_int_distribution<size_t>(0, sText.size() + 1)(rng);
-            const size_t nExpected =
-                nFrom > sText.size() ? CTagIndex::npos : sText.find(sNeedle, nFrom);
-            ASSERT_EQ(index.Find(sNeedle, nFrom), nExpected)
-                << "text=\"" << sText << "\" needle=\"" << sNeedle << "\" from=" << nFrom;
-            nHits += nExpected != CTagIndex::npos;
-        }
-    }
-    EXPECT_GT(nHits, 1000);
-    // The longest natural tag that is indexed (kMaxIndexedTag bytes).
-    const std::string sLongest = "<" + std::string(CTagIndex::kMaxIndexedTag - 2, 'a') + ">";
-    const std::string sText = "x" + sLongest;
-    CTagIndex index;
-    index.Build(sText.data(), sText.size());
-    EXPECT_EQ(index.Find(sLongest, 0), 1u);
 }
 
 TEST(XMLParamReaderTest, RandomTextsReadAsThePlainLookupReadsThem) {
@@ -247,38 +176,6 @@ TEST(XMLParamReaderTest, RandomTextsReadAsThePlainLookupReadsThem) {
         }
     }
     EXPECT_GT(nFound, 1000);
-}
-
-// A generated rule list in which some rules lack elements (found in a later
-// rule instead) and rule numbers share prefixes (1, 10, 100). The file's text,
-// like the buffer's, ends at its first zero byte.
-TEST_F(XMLParamReaderFileTest, LargeRuleListReadsAsThePlainLookupFromBufferOrFile) {
-    std::string sText = "<certainty>0.5</certainty><rules><rulenum>150</rulenum>\n";
-    for (int i = 0; i < 150; ++i) {
-        sText += "<rule id=\"" + std::to_string(i) + "\">\n\t<classid> C" + std::to_string(i) +
-                 " </classid><toprule>OR</toprule>";
-        if (i % 7 != 3) sText += "<effectvalue>1.0</effectvalue>";
-        if (i % 5 != 1) sText += "<imperfectvsmsim>0.1</imperfectvsmsim>";
-        sText += "<subrules><subrulenum>" + std::to_string(i % 4) + "</subrulenum>";
-        for (int j = 1; j <= i % 4; ++j) {
-            sText += "<subrule id=\"" + std::to_string(j) + "\"><operator>OR/TEXT/" +
-                     std::to_string(j) + "</operator><value>w" + std::to_string(i * 10 + j) +
-                     "</value></subrule>\n";
-        }
-        sText += "</subrules></rule>\n";
-    }
-    sText += "</rules>\n";
-    const std::string sBytes = sText + std::string("\0<tail>1</tail>", 15);
-    CXMLParamReader fromBuffer(sBytes.data(), static_cast<int>(sBytes.size()));
-    CXMLParamReader fromFile(m_dir.write("rules.xml", sBytes).c_str());
-    for (CXMLParamReader* pReader : {&fromBuffer, &fromFile}) {
-        std::vector<std::string> vecPaths = LoaderPaths(152, 4);
-        vecPaths.push_back("tail");
-        for (const std::string& sPath : vecPaths) {
-            const Outcome expected = PlainLookup(sText, sPath, pReader->getLastErrMsg());
-            ASSERT_EQ(Lookup(*pReader, sPath), expected) << sPath;
-        }
-    }
 }
 
 }  // namespace
