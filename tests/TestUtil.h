@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -19,11 +18,6 @@
 
 namespace qxtest {
 
-inline void WriteBytes(const std::string& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
 inline std::string ReadBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
@@ -34,10 +28,8 @@ inline std::string ReadBytes(const std::string& path) {
 class TempDir {
   public:
     TempDir() {
-        const char* base = std::getenv("TMPDIR");
-        std::string tmpl = std::string(base && *base ? base : "/tmp") + "/qxtest.XXXXXX";
-        char* made = mkdtemp(tmpl.data());
-        m_path = made ? made : "";
+        std::string tmpl = std::filesystem::temp_directory_path() / "qxtest.XXXXXX";
+        m_path = mkdtemp(tmpl.data()) ? tmpl : "";
     }
     ~TempDir() {
         std::error_code ec;
@@ -50,7 +42,7 @@ class TempDir {
     std::string file(const std::string& name) const { return m_path + "/" + name; }
     // Writes bytes to file(name) and returns that path.
     std::string write(const std::string& name, const std::string& bytes) const {
-        WriteBytes(file(name), bytes);
+        std::ofstream(file(name), std::ios::binary) << bytes;
         return file(name);
     }
 
@@ -61,19 +53,9 @@ class TempDir {
 // Runs fn with standard output captured; returns what it printed.
 template <typename Fn>
 std::string CaptureStdout(Fn fn) {
-    std::fflush(stdout);
-    char path[] = "/tmp/qxstdout.XXXXXX";
-    int fd = mkstemp(path);
-    int saved = dup(STDOUT_FILENO);
-    dup2(fd, STDOUT_FILENO);
+    testing::internal::CaptureStdout();
     fn();
-    std::fflush(stdout);
-    dup2(saved, STDOUT_FILENO);
-    close(saved);
-    close(fd);
-    std::string out = ReadBytes(path);
-    unlink(path);
-    return out;
+    return testing::internal::GetCapturedStdout();
 }
 
 // Bytes from hex digits; blanks are skipped ("0200 FF" -> 02 00 FF).
@@ -94,11 +76,10 @@ inline std::unique_ptr<CPDAT> MakeDict(const std::vector<std::string>& vecWords)
 
 // The clock of ScopedLog; tests may move it.
 inline time_t g_tNow = 0;
-inline constexpr time_t kFixedTime = 1795340096;  // 2026-11-22 09:34:56 UTC
 inline constexpr char kUntouched[] = "untouched";
 
 // The library's log state for one scope: logging set to bLog, log files in a
-// fresh directory, stamped at g_tNow (kFixedTime, in UTC); the last-error
+// fresh directory, stamped at g_tNow (2026-11-22 09:34:56 UTC); the last-error
 // text starts as kUntouched so a test can tell whether anything reported.
 // Clock, log path and switch are restored on destruction.
 class ScopedLog {
@@ -106,7 +87,7 @@ class ScopedLog {
     explicit ScopedLog(unsigned char bLog = 1) : m_sOldPath(g_sLogPath), m_nOldLog(g_bLog) {
         setenv("TZ", "UTC", 1);
         tzset();
-        g_tNow = kFixedTime;
+        g_tNow = 1795340096;
         m_pfnOldClock = SetLogClock([] { return g_tNow; });
         g_sLogPath = m_dir.path();
         g_bLog = bLog;
@@ -117,7 +98,7 @@ class ScopedLog {
         g_sLogPath = m_sOldPath;
         g_bLog = m_nOldLog;
     }
-    // The ".log" or ".err" file of kFixedTime's day.
+    // The ".log" or ".err" file of that day.
     std::string DayFile(const char* sExt) const {
         return ReadBytes(m_dir.file(std::string("20261122") + sExt));
     }
@@ -150,8 +131,6 @@ class ScopedProgress {
   public:
     explicit ScopedProgress(bool bOn) : m_bOld(SetClassicProgress(bOn)) {}
     ~ScopedProgress() { SetClassicProgress(m_bOld); }
-    ScopedProgress(const ScopedProgress&) = delete;
-    ScopedProgress& operator=(const ScopedProgress&) = delete;
 
   private:
     bool m_bOld;

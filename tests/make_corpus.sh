@@ -4,17 +4,14 @@
 #   prose.big5    its traditional form (opencc -c s2t) in BIG5, characters BIG5
 #                 cannot hold dropped (iconv -c);
 #   prose.t2s.u8  OpenCC's simplified form of that BIG5 text (opencc -c t2s),
-#                 what BIG5 input is compared with.
+#                 which the translator's BIG5 -> GBK output is compared with.
 # Needs opencc and the prose packages (bash scripts/deps.sh opencc prose);
 # CMake builds the corpus only when they are there. Deterministic.
 # Usage: tests/make_corpus.sh DIR
 set -euo pipefail
 export LC_ALL=C
 
-if (($# != 1)); then
-  echo "usage: $0 DIR" >&2
-  exit 2
-fi
+(($# == 1)) || { echo "usage: $0 DIR" >&2; exit 2; }
 dir="$1"
 repo_dir="$(cd "$(dirname "$0")/.." && pwd)"
 mkdir -p "$dir"

@@ -1,9 +1,7 @@
-// Release policy of the result buffer manager. A registration that finds
+// Release policy of the result buffer manager: a registration that finds
 // more than 20,000 buffers frees the oldest 10,000, so every result stays
 // readable for the next 10,000 registrations. Reading them back catches an
-// early free (freeing overwrites a small block's first bytes; under the
-// sanitizers it is a use-after-free); a double free or a lost buffer shows
-// under the sanitizers.
+// early free; double frees and lost buffers show under the sanitizers.
 #include "BufferManager.h"
 
 #include <gtest/gtest.h>
@@ -48,8 +46,7 @@ TEST(BufferManager, FreesOldestTenThousandOnlyPastTwentyThousand) {
     EXPECT_STREQ(manager.AddBuffer(static_cast<const char*>(nullptr)), "");
 }
 
-// Overlapping release passes free each buffer once (a double free or a lost
-// buffer shows under the sanitizers).
+// Overlapping release passes free each buffer once (checked by the sanitizers).
 TEST(BufferManager, ConcurrentRegistrationsAreSafe) {
     CBufferManager manager;
     std::vector<std::thread> threads;

@@ -75,15 +75,12 @@ class CodeTranTest : public qxtest::SandboxTest {
 // and their order are pinned (row 4 takes its maps the other way round from
 // row 1). Codes outside the table load and report nothing.
 TEST_F(CodeTranTest, EachRowLoadsItsSixFilesInOrder) {
-    const char* const rows[5][6] = {
-        {"GBKA.pdat", "GBKA.wordlist", "UTF8.pdat", "UTF8.wordlist", "UTF2GBKA.map",
-         "GBKA2UTF.map"},
-        {"GBK.pdat", "GBK.wordlist", "BIG5.pdat", "BIG5.wordlist", "BIG2GBK.map", "GBK2BIG.map"},
-        {"GBK.pdat", "GBK.wordlist", "GBKA.pdat", "GBKA.wordlist", "GBKA2GBK.map", "GBK2GBKA.map"},
-        {"GBKA.pdat", "GBKA.wordlist", "UTF8.pdat", "UTF8.wordlist", "GBKA2UTF.map",
-         "UTF2GBKA.map"},
-        {"GBK.pdat", "GBK.wordlist", "UTF8.pdat", "UTF8.wordlist", "UTF2GBK.map", "GBK2UTF.map"},
-    };
+    // code 1..5: its GBK side, its code side, the map into GBK, the map out of it
+    const std::string rows[5][4] = {{"GBKA", "UTF8", "UTF2GBKA", "GBKA2UTF"},
+                                    {"GBK", "BIG5", "BIG2GBK", "GBK2BIG"},
+                                    {"GBK", "GBKA", "GBKA2GBK", "GBK2GBKA"},
+                                    {"GBKA", "UTF8", "GBKA2UTF", "UTF2GBKA"},
+                                    {"GBK", "UTF8", "UTF2GBK", "GBK2UTF"}};
     for (int nCode : {0, 6, -1}) {
         CCodeTran tran(m_dir.path().c_str(), nCode);
         std::string r = "old";
@@ -94,7 +91,9 @@ TEST_F(CodeTranTest, EachRowLoadsItsSixFilesInOrder) {
     for (int nCode = 1; nCode <= 5; ++nCode) {
         CCodeTran tran(m_dir.path().c_str(), nCode);
         EXPECT_EQ(tran.GetStatus() * 10 + tran.GetEncodeType(), 10 + nCode);
-        for (const char* sName : rows[nCode - 1]) {
+        const auto& row = rows[nCode - 1];
+        for (const std::string& sName : {row[0] + ".pdat", row[0] + ".wordlist", row[1] + ".pdat",
+                                         row[1] + ".wordlist", row[2] + ".map", row[3] + ".map"}) {
             const std::string sPath = m_dir.file(sName);
             std::rename(sPath.c_str(), (sPath + ".away").c_str());
             CCodeTran broken(m_dir.path().c_str(), nCode);

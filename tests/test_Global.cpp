@@ -1,5 +1,5 @@
-// The last-error text, the dated log and error files, and the file reader and
-// path helpers of global_linux.h.
+// The last-error text, the dated log and error files, and the file reader of
+// global_linux.h.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -51,10 +51,8 @@ TEST_F(GlobalTest, LogSwitchStreamsAndUnwritableTargets) {
                   "");
     }
     fclose(fp);
-    EXPECT_EQ(ReadBytes(sStream),
-              "[2026-11-22 09:34:56] to a stream\n"
-              "[2026-11-22 09:34:56] to a stream\n"
-              "[2026-11-22 09:34:56] to a stream\n");
+    const std::string sLine = "[2026-11-22 09:34:56] to a stream\n";
+    EXPECT_EQ(ReadBytes(sStream), sLine + sLine + sLine);
     EXPECT_TRUE(std::filesystem::is_empty(sDir));
     g_bLog = 1;
     const std::string sMissing = sDir + "/missing/";  // still gets a "/" appended
@@ -99,10 +97,10 @@ TEST_F(GlobalTest, ReaderCountsAndZeroBytesOfBothForms) {
         {"abc", 0, 0, false, "", ""},
         {"abc", -1, 2, true, std::string(2, '\0'), ""},  // cannot seek
     };
-    const std::string sFile = m_dir.file("data.bin");
+    std::string sFile;
     for (const auto& [sOnDisk, nOffset, nLength, bZeroIsAll, sArray, sText] : kCases) {
         SCOPED_TRACE(sOnDisk + "@" + std::to_string(nOffset) + "+" + std::to_string(nLength));
-        qxtest::WriteBytes(sFile, sOnDisk);
+        sFile = m_dir.write("data.bin", sOnDisk);
         char* pBuffer = nullptr;
         ASSERT_EQ(ReadFile(sFile.c_str(), &pBuffer, nOffset, nLength, bZeroIsAll), sArray.size());
         EXPECT_EQ(std::string(pBuffer, sArray.size() + 1), sArray + '\0');
@@ -125,33 +123,6 @@ TEST_F(GlobalTest, ReaderCountsAndZeroBytesOfBothForms) {
     std::string sRead;
     reader.ReadFile(sFile.c_str(), sRead, 0, 0, true);
     EXPECT_EQ(reader.ReadFile(m_dir.file("DATA.BIN").c_str(), sRead, 0, 2, true), 2u);
-}
-
-TEST_F(GlobalTest, AnsiFilenameFindsTheGbkTwinOfAUtf8Name) {
-    const std::string kGbkName = "\xD6\xD0\xCE\xC4.txt";           // 中文.txt
-    const std::string kUtf8Name = "\xE4\xB8\xAD\xE6\x96\x87.txt";  // the same in UTF-8
-    const std::string kMissingGbk = "\xC8\xB1.txt";                // 缺.txt
-    const std::string kMissingUtf8 = "\xE7\xBC\xBA.txt";           // the same in UTF-8
-    for (const std::string& sName :
-         {kGbkName, std::string("plain.txt"), kUtf8Name + ".both", kGbkName + ".both"})
-        m_dir.write(sName, "x");
-    const std::tuple<std::string, bool, std::string, bool> kCases[] = {
-        // name, bUTF8 -> result, changed
-        {"plain.txt", true, "plain.txt", false},
-        {kUtf8Name, false, kGbkName, true},
-        {kUtf8Name + ".both", false, kUtf8Name + ".both", false},  // existing name wins
-        {kMissingUtf8, false, kMissingUtf8, false},
-        {kMissingUtf8, true, kMissingGbk, true},
-        {"absent.txt", true, "absent.txt", true},
-    };
-    for (const auto& [sName, bUTF8, sAnsiName, bChanged] : kCases) {
-        std::string sAnsi = "stale";
-        EXPECT_EQ(GetAnsiFilename(m_dir.file(sName).c_str(), sAnsi, bUTF8), bChanged) << sName;
-        EXPECT_EQ(sAnsi, m_dir.file(sAnsiName));
-    }
-    std::string sAnsi = "stale";
-    EXPECT_FALSE(GetAnsiFilename(nullptr, sAnsi));
-    EXPECT_EQ(sAnsi, "");
 }
 
 }  // namespace

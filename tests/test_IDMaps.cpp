@@ -1,5 +1,5 @@
 // The id maps: packing against a naive model, the golden file, rejected
-// files, both imports and the progress lines.
+// files, the one-dictionary import and the progress lines.
 #include "IDMaps.h"
 
 #include <gtest/gtest.h>
@@ -139,26 +139,6 @@ TEST_F(IDMapsTest, ImportWithOneDictionaryMapsEachFieldToTheLastAndPrintsProgres
     }
     CIDMaps map;
     EXPECT_EQ(0, map.Import(m_dir.file("missing").c_str(), pDict.get()));
-}
-
-TEST_F(IDMapsTest, ImportOfTwoColumnsReadsBracketsAndWritesTheExportCopy) {
-    auto pSrc = MakeDict({"x", "y", "[ab cd", "[x"});
-    auto pDst = MakeDict({"u", "v w", "[x"});
-    const std::string sPath = m_dir.write("two.txt",
-                                          "\xEF\xBB\xBFx u\ny v_w\n[ab cd] u\ny gone\n[x] [u]\n"
-                                          "zz u\nqq rr\n");
-    CIDMaps map;
-    EXPECT_EQ(5, map.Import(sPath.c_str(), pSrc.get(), pDst.get()));
-    // "[ab cd] u" reads the target token "cd]"; "[x] [u]" reads "[x" for both
-    // columns, as a bracketed target starts at the line's first '['.
-    EXPECT_EQ((Dumped{{}, {0}, {-1, 1}, {-1}, {2}, {}}), Dump(map));
-    EXPECT_EQ("x\tu\ny\t[v w]\n[[ab cd]\tcd]\ny\tgone\n[x\t[x\nzz\tu\nqq\trr\n",
-              qxtest::ReadBytes(sPath + "_map_export.txt"));
-    EXPECT_EQ("qq rr invalid argument!", g_sLastErrorMessage);
-    // One dictionary for both columns: a word mapped to itself is refused.
-    map.Import(m_dir.write("same.txt", "x x\nx y\n").c_str(), pSrc.get(), pSrc.get());
-    EXPECT_EQ(" invalid argument!", g_sLastErrorMessage);
-    EXPECT_EQ((Dumped{{}, {1}, {}}), Dump(map));
 }
 
 }  // namespace

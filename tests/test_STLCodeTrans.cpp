@@ -38,30 +38,25 @@ TEST(STLCodeTransTest, EveryGbkCharacterConvertsAsIconvDoesAndBack) {
 }
 
 // A conversion stops at the first character it cannot convert and keeps the
-// prefix; UTF8ToANSI says 1 even when nothing is left, 0 for no text.
+// prefix; UTF8ToANSI says 1 even when nothing is left, 0 for no text;
+// ANSIToUTF8 gives the length of its result.
 TEST(STLCodeTransTest, ConversionsStopAtTheFirstUnconvertibleCharacter) {
-    const std::tuple<const char*, int, std::string> kToGbk[] = {
-        {"\xE4\xB8\xAD\xE0\xB8\x81\xE4\xB8\xAD", 1, "\xD6\xD0"},  // 中, Thai ko kai, 中 -> 中
-        {"\xF0\x9F\x98\x80", 1, ""},                              // beyond the basic plane
-        {nullptr, 0, ""},
-        {"", 0, ""},
-        {"\xEF\xBB\xBF", 0, ""},
+    const std::tuple<bool, const char*, int, std::string> rows[] = {
+        // into GBK, text -> result, converted text
+        {true, "\xE4\xB8\xAD\xE0\xB8\x81\xE4\xB8\xAD", 1, "\xD6\xD0"},  // 中, Thai ko kai, 中 -> 中
+        {true, "\xF0\x9F\x98\x80", 1, ""},                              // beyond the basic plane
+        {true, nullptr, 0, ""},
+        {true, "", 0, ""},
+        {true, "\xEF\xBB\xBF", 0, ""},
+        {false, "ab\xD6\xD0\x81", 5, "ab\xE4\xB8\xAD"},          // a lead byte at the end
+        {false, "\xD6\xD0\x81\x20\xD6\xD0", 3, "\xE4\xB8\xAD"},  // a bad trail byte
+        {false, "\x81\x7F", 0, ""},
+        {false, nullptr, 0, ""},
     };
-    for (const auto& [sIn, nResult, sGbk] : kToGbk) {
-        std::string sOut = "stale";
-        EXPECT_EQ(UTF8ToANSI(sIn, sOut), nResult);
-        EXPECT_EQ(sOut, sGbk);
-    }
-    const std::tuple<const char*, std::string> kToUtf8[] = {
-        {"ab\xD6\xD0\x81", "ab\xE4\xB8\xAD"},          // a lead byte at the end
-        {"\xD6\xD0\x81\x20\xD6\xD0", "\xE4\xB8\xAD"},  // a bad trail byte
-        {"\x81\x7F", ""},
-        {nullptr, ""},
-    };
-    for (const auto& [sIn, sUtf8] : kToUtf8) {
-        std::string sOut = "stale";
-        EXPECT_EQ(ANSIToUTF8(sIn, sOut), sUtf8.size());
-        EXPECT_EQ(sOut, sUtf8);
+    for (const auto& [bToGbk, sIn, nResult, sOut] : rows) {
+        std::string s = "stale";
+        EXPECT_EQ(bToGbk ? UTF8ToANSI(sIn, s) : int(ANSIToUTF8(sIn, s)), nResult);
+        EXPECT_EQ(s, sOut);
     }
 }
 

@@ -69,106 +69,79 @@ void ExpectSameText(const std::string& sActual, const std::string& sExpected, co
     const size_t i =
         std::mismatch(sActual.begin(), sActual.end(), sExpected.begin(), sExpected.end()).second -
         sExpected.begin();
-    const size_t nStart =
-        sExpected.rfind('\n', i) == std::string::npos ? 0 : sExpected.rfind('\n', i);
+    const size_t nStart = sExpected.rfind('\n', i) + 1;  // 0 without an earlier line
     ADD_FAILURE() << sWhat << ": first difference at byte " << i
                   << "\n  expected: " << sExpected.substr(nStart, 120)
                   << "\n  actual:   " << sActual.substr(nStart, 120);
 }
 
-// ---- Every character ----------------------------------------------------------
-
-// Every code point UTF-8 and GB18030 both write, of the basic plane and the
-// ideograph planes 2 and 3, converts between them (codes 1 and 4) as iconv
-// converts it; into GBK (codes 5 and 3) it is iconv's GBK character, which
-// comes back, or "^^ ^^" when GBK cannot hold it.
-TEST(TransData, EveryCodePointConvertsAsIconvConvertsIt) {
-    CCodeTran tran1(kData.c_str(), 1), tran4(kData.c_str(), 4), tran5(kData.c_str(), 5),
-        tran3(kData.c_str(), 3);
-    ASSERT_EQ(tran1.GetStatus() + tran4.GetStatus() + tran5.GetStatus() + tran3.GetStatus(), 4);
-    std::vector<char32_t> vCodePoints;
-    for (char32_t cp = 0x80; cp < 0x10000; ++cp)
-        if ((cp < 0xD800 || cp > 0xDFFF) && cp != 0xFEFF) vCodePoints.push_back(cp);
-    for (char32_t cp : {0x20000, 0x2A6D6, 0x2F800, 0x30000, 0x3FFFD}) vCodePoints.push_back(cp);
-    CIconv toUtf8("UTF-8", "UTF-32LE"), toGb("GB18030", "UTF-32LE"), toGbk("GBK", "UTF-32LE");
-    size_t nChars = 0, nGbk = 0;
-    std::string sUtf8, sGb, sGbk;
-    for (char32_t cp : vCodePoints) {
-        const std::string s32 = {char(cp), char(cp >> 8), char(cp >> 16), char(cp >> 24)};
-        if (!toUtf8.Convert(s32, sUtf8) || !toGb.Convert(s32, sGb)) continue;
-        ++nChars;
-        for (CCodeTran* pTran : {&tran1, &tran4}) {
-            ASSERT_EQ(Translate(*pTran, sUtf8, true), sGb) << std::hex << cp;
-            ASSERT_EQ(Translate(*pTran, sGb, false), sUtf8) << std::hex << cp;
-        }
-        const bool bGbk = toGbk.Convert(s32, sGbk);
-        nGbk += bGbk;
-        ASSERT_EQ(Translate(tran5, sUtf8, true), bGbk ? sGbk : "^^ ^^") << std::hex << cp;
-        ASSERT_EQ(Translate(tran3, sGb, true), bGbk ? sGbk : "^^ ^^") << std::hex << cp;
-        if (!bGbk) continue;
-        ASSERT_EQ(Translate(tran5, sGbk, false), sUtf8) << std::hex << cp;
-        ASSERT_EQ(Translate(tran3, sGbk, false), sGb) << std::hex << cp;
-    }
-    EXPECT_GT(nChars, 60000u);
-    EXPECT_GT(nGbk, 21000u);
-}
-
+// BIG5 <-> GBK both ways: 發 <-> 发 (the first of 發 髮), and the phrases
+// 計劃 <-> 计划, 頭髮 <-> 头发, 後面 <-> 后面; one way: BIG5 計畫 -> GBK 计划.
 TEST(TransData, KnownTraditionalSimplifiedPairsConvert) {
     CCodeTran tran(kData.c_str(), 2);
     ASSERT_EQ(tran.GetStatus(), 1);
-    const std::tuple<bool, const char*, const char*> rows[] = {
-        // characters: BIG5 發 -> GBK 发 -> BIG5 發 (the first of 發 髮)
-        {true, "\xB5\x6F", "\xB7\xA2"},
-        {false, "\xB7\xA2", "\xB5\x6F"},
-        // a traditional -> simplified phrase: BIG5 計畫 -> GBK 计划
-        {true, "\xAD\x70\xB5\x65", "\xBC\xC6\xBB\xAE"},
-        // simplified -> traditional phrases: GBK 计划 -> BIG5 計劃, 头发 -> 頭髮, 后面 -> 後面
-        {false, "\xBC\xC6\xBB\xAE", "\xAD\x70\xB9\xBA"},
-        {false, "\xCD\xB7\xB7\xA2", "\xC0\x59\xBE\x76"},
-        {false, "\xBA\xF3\xC3\xE6", "\xAB\xE1\xAD\xB1"},
-        // and back character by character: BIG5 計劃 -> 计划, 頭髮 -> 头发, 後面 -> 后面
-        {true, "\xAD\x70\xB9\xBA", "\xBC\xC6\xBB\xAE"},
-        {true, "\xC0\x59\xBE\x76", "\xCD\xB7\xB7\xA2"},
-        {true, "\xAB\xE1\xAD\xB1", "\xBA\xF3\xC3\xE6"},
+    const std::pair<const char*, const char*> rows[] = {
+        {"\xB5\x6F", "\xB7\xA2"},
+        {"\xAD\x70\xB9\xBA", "\xBC\xC6\xBB\xAE"},
+        {"\xC0\x59\xBE\x76", "\xCD\xB7\xB7\xA2"},
+        {"\xAB\xE1\xAD\xB1", "\xBA\xF3\xC3\xE6"},
     };
-    for (const auto& [bToGbk, sFrom, sTo] : rows)
-        EXPECT_EQ(Translate(tran, sFrom, bToGbk), sTo)
-            << testing::PrintToString(std::string(sFrom));
+    for (const auto& [sBig5, sGbk] : rows) {
+        EXPECT_EQ(Translate(tran, sBig5, true), sGbk) << testing::PrintToString(sBig5);
+        EXPECT_EQ(Translate(tran, sGbk, false), sBig5) << testing::PrintToString(sGbk);
+    }
+    EXPECT_EQ(Translate(tran, "\xAD\x70\xB5\x65", true), "\xBC\xC6\xBB\xAE");
 }
 
-// ---- Real prose ---------------------------------------------------------------
+// ---- Every character and real prose -------------------------------------------
 
-// The prose lines GBK holds and the others (valid UTF-8 within the basic and
-// ideograph planes only), each set joined by "\n". Lines with '^' are left
-// out: marked runs have tests of their own.
-const std::pair<std::string, std::string>& Prose() {
-    static const std::pair<std::string, std::string> prose = [] {
-        std::pair<std::string, std::string> p;
-        std::istringstream in(qxtest::ReadBytes(std::string(QX_CORPUS_DIR) + "/prose.u8"));
-        std::string sLine, s32, sGbk;
-        while (std::getline(in, sLine)) {
-            if (sLine.find('^') != std::string::npos || !Iconv("UTF-8", "UTF-32LE", sLine, s32) ||
-                s32.empty())
-                continue;
-            bool bInRange = true;
-            for (size_t i = 0; i < s32.size(); i += 4)
-                bInRange &= s32[i + 3] == 0 && uint8_t(s32[i + 2]) < 4 && uint8_t(s32[i + 2]) != 1;
-            if (bInRange) (Iconv("UTF-8", "GBK", sLine, sGbk) ? p.first : p.second) += sLine + "\n";
-        }
-        return p;
-    }();
-    return prose;
+// Texts in UTF-8, one line per piece, each line ending in "\n": the pieces
+// GBK holds, the others, and the characters among the others. The pieces are
+// every code point UTF-8 and GB18030 both write, of the basic plane and
+// samples of the ideograph planes 2 and 3, then the prose lines within those
+// planes. Lines with '^' are left out: marked runs have tests of their own.
+std::tuple<std::string, std::string, std::string> Texts() {
+    std::tuple<std::string, std::string, std::string> t;
+    auto& [sGbk, sOthers, sOtherChars] = t;
+    CIconv toUtf8("UTF-8", "UTF-32LE"), toGb("GB18030", "UTF-32LE"), toGbk("GBK", "UTF-32LE");
+    std::string s32, sPiece, sOut;
+    std::vector<char32_t> vCodePoints = {0x20000, 0x2A6D6, 0x2F800, 0x30000, 0x3FFFD};
+    for (char32_t cp = 0x80; cp < 0x10000; ++cp)
+        if ((cp < 0xD800 || cp > 0xDFFF) && cp != 0xFEFF) vCodePoints.push_back(cp);
+    for (char32_t cp : vCodePoints) {
+        s32 = {char(cp), char(cp >> 8), char(cp >> 16), char(cp >> 24)};
+        if (!toUtf8.Convert(s32, sPiece) || !toGb.Convert(s32, sOut)) continue;
+        (toGbk.Convert(s32, sOut) ? sGbk : sOtherChars) += sPiece + "\n";
+    }
+    sOthers = sOtherChars;
+    std::istringstream in(qxtest::ReadBytes(std::string(QX_CORPUS_DIR) + "/prose.u8"));
+    while (std::getline(in, sPiece)) {
+        if (sPiece.find('^') != std::string::npos || !Iconv("UTF-8", "UTF-32LE", sPiece, s32) ||
+            s32.empty())
+            continue;
+        bool bInRange = true;
+        for (size_t i = 0; i < s32.size(); i += 4)
+            bInRange &= s32[i + 3] == 0 && uint8_t(s32[i + 2]) < 4 && uint8_t(s32[i + 2]) != 1;
+        if (bInRange) (Iconv("UTF-8", "GBK", sPiece, sOut) ? sGbk : sOthers) += sPiece + "\n";
+    }
+    return t;
 }
 
 // Into the engine's side the text is what iconv makes of it, laid out as the
-// translator lays lines out, and it comes back as it went in.
-TEST(ProseRoundTrip, TextIntoTheGbkSideIsIconvsConversionAndComesBack) {
-    ASSERT_GT(Prose().first.size(), 1000000u);
-    const std::string sAll = Prose().first + Prose().second;
+// translator lays lines out, and it comes back as it went in; into GBK a
+// character GBK cannot hold becomes "^^ ^^".
+TEST(TransData, TextIntoTheEnginesSideIsIconvsConversionAndComesBack) {
+    const auto [sGbk, sOthers, sOtherChars] = Texts();
+    ASSERT_GT(sGbk.size(), 1000000u);
+    ASSERT_GT(std::count(sOtherChars.begin(), sOtherChars.end(), '\n'), 40000);
+    const std::string sAll = sGbk + sOthers;
+    std::string sMarked;
+    for (char c : sOtherChars)
+        if (c == '\n') sMarked += "^^ ^^\n";
     const std::tuple<int, const char*, const char*, const std::string*> rows[] = {
         // code, caller's encoding, engine's encoding, text
-        {5, "UTF-8", "GBK", &Prose().first},
-        {3, "GB18030", "GBK", &Prose().first},
+        {5, "UTF-8", "GBK", &sGbk},
+        {3, "GB18030", "GBK", &sGbk},
         {1, "UTF-8", "GB18030", &sAll},
         {4, "UTF-8", "GB18030", &sAll},
     };
@@ -182,6 +155,9 @@ TEST(ProseRoundTrip, TextIntoTheGbkSideIsIconvsConversionAndComesBack) {
         ExpectSameText(sEngineText, MustIconv("UTF-8", sEngine, sLayout), "into the engine");
         ExpectSameText(Translate(tran, sEngineText, false), MustIconv("UTF-8", sCaller, sLayout),
                        "back");
+        if (pText == &sGbk)
+            ExpectSameText(Translate(tran, MustIconv("UTF-8", sCaller, sOtherChars), true), sMarked,
+                           "marked");
     }
 }
 
@@ -207,7 +183,7 @@ size_t CommonChars(const std::string& sActual, const std::string& sExpected) {
     return prev[b.size()];
 }
 
-TEST(ProseRoundTrip, Big5IntoSimplifiedGbkAgreesWithOpenccT2s) {
+TEST(TransData, Big5ProseIntoSimplifiedGbkAgreesWithOpenccT2s) {
     std::string sOpencc;
     Iconv("UTF-8", "GBK",
           TranslatedLayout(qxtest::ReadBytes(std::string(QX_CORPUS_DIR) + "/prose.t2s.u8")),

@@ -56,14 +56,11 @@ TEST(TrimWordTest, BlanksAndGbkSpacesAreTrimmedAtBothEnds) {
 }
 
 TEST(ReplaceSubstrTest, HitsDoNotOverlapAndArgumentsMayPointIntoTheString) {
+    // A null new text is ""; the search resumes behind the inserted text.
     const std::tuple<std::string, const char*, const char*, unsigned, std::string> rows[] = {
-        {"abcabc", "bc", nullptr, 2, "aa"},  // null new text: ""
-        {"aaa", "aa", "b", 1, "ba"},
-        {"aa", "a", "aa", 2, "aaaa"},  // resumes behind the
-                                       // inserted text
-        {"aa", "", "x", 0, "aa"},
-        {"aa", nullptr, "x", 0, "aa"},
-        {"", "a", "x", 0, ""},
+        {"abcabc", "bc", nullptr, 2, "aa"}, {"aaa", "aa", "b", 1, "ba"},
+        {"aa", "a", "aa", 2, "aaaa"},       {"aa", "", "x", 0, "aa"},
+        {"aa", nullptr, "x", 0, "aa"},      {"", "a", "x", 0, ""},
     };
     for (const auto& [in, sOld, sNew, n, out] : rows) {
         std::string s = in;
@@ -78,14 +75,9 @@ TEST(ReplaceSubstrTest, HitsDoNotOverlapAndArgumentsMayPointIntoTheString) {
 }
 
 TEST(StrLineTest, OneCallFollowsTheLineAndMarkerRules) {
-    struct Row {
-        std::string text;
-        bool marked;
-        std::string line;  // "(null)" for a null result
-        char sep;
-        int status;
-        long next;  // offset of *pNextRet; -1 for null
-    } rows[] = {
+    // text, marked -> line ("(null)" for none), separator, status, offset of
+    // *pNextRet (-1 for null)
+    const std::tuple<std::string, bool, std::string, char, int, long> rows[] = {
         {"\n\t one\r\ntwo", false, "one", '\r', 0, 6},
         {" \r\n\t", true, "(null)", '\0', 0, -1},
         {"^^kept as is^^rest\n", true, "kept as is", 'r', 1, 14},
@@ -105,19 +97,18 @@ TEST(StrLineTest, OneCallFollowsTheLineAndMarkerRules) {
         // Without a line end the first '^' counts even if no '^' follows it.
         {"^a^^b", true, "", 'b', 1, 4},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE("text=" + row.text + (row.marked ? " marked" : ""));
-        std::vector<char> buf(row.text.begin(), row.text.end());
+    for (const auto& [sText, bMarked, sLine, chWantSep, nWantStatus, nNext] : rows) {
+        std::vector<char> buf(sText.begin(), sText.end());
         buf.push_back('\0');
         char* pNext = buf.data();
         char chSep = 'Z';
         int status = 7;
-        const char* line = StrLine(buf.data(), &pNext, &chSep, &status, row.marked);
-        EXPECT_EQ(line ? line : "(null)", row.line);
-        EXPECT_EQ(chSep, row.sep);
-        EXPECT_EQ(status, row.status);
-        EXPECT_EQ(pNext ? pNext - buf.data() : -1, row.next);
-        EXPECT_TRUE(row.next < 0 || buf[static_cast<size_t>(row.next)] == '\0');
+        const char* line = StrLine(buf.data(), &pNext, &chSep, &status, bMarked);
+        EXPECT_EQ(std::make_tuple(std::string(line ? line : "(null)"), chSep, status,
+                                  pNext ? long(pNext - buf.data()) : -1L),
+                  std::tie(sLine, chWantSep, nWantStatus, nNext))
+            << sText << (bMarked ? " marked" : "");
+        EXPECT_TRUE(nNext < 0 || buf[static_cast<size_t>(nNext)] == '\0');
     }
     EXPECT_EQ(StrLine(nullptr, nullptr, nullptr, nullptr, true), nullptr);
     char buf[] = "text ^^x^^\nmore";  // null out-arguments are not written through

@@ -4,7 +4,6 @@
 #include "WordList.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <string>
 #include <vector>
