@@ -16,16 +16,10 @@ dir="$1"
 repo_dir="$(cd "$(dirname "$0")/.." && pwd)"
 mkdir -p "$dir"
 
-# iconv -c exits with 1 when it dropped something; only more is an error.
-to_big5() {
-  local rc=0
-  iconv -c -f UTF-8 -t BIG5 || rc=$?
-  ((rc <= 1))
-}
-
 bash "$repo_dir/scripts/make_prose.sh" "$dir/prose.u8"
 opencc -c s2t -i "$dir/prose.u8" -o "$dir/prose.s2t.u8"
-to_big5 <"$dir/prose.s2t.u8" >"$dir/prose.big5"
+# iconv -c exits with 1 when it dropped something; only more is an error.
+iconv -c -f UTF-8 -t BIG5 "$dir/prose.s2t.u8" >"$dir/prose.big5" || (($? == 1))
 iconv -f BIG5 -t UTF-8 "$dir/prose.big5" >"$dir/prose.big5.u8"
 opencc -c t2s -i "$dir/prose.big5.u8" -o "$dir/prose.t2s.u8"
 rm -f "$dir/prose.s2t.u8" "$dir/prose.big5.u8"

@@ -21,14 +21,10 @@ namespace {
 
 const std::string kData = std::string(QX_DATA_DIR) + "/Data";
 
-bool Iconv(const char* sFrom, const char* sTo, const std::string& sIn, std::string& sOut,
-           CIconv::OnBad eBad = CIconv::OnBad::kStop) {
-    return CIconv(sTo, sFrom).Convert(sIn, sOut, eBad);
-}
-
-std::string MustIconv(const char* sFrom, const char* sTo, const std::string& sIn) {
+// sIn, UTF-8, in the encoding sTo (iconv's name).
+std::string FromUtf8(const char* sTo, const std::string& sIn) {
     std::string sOut;
-    EXPECT_TRUE(Iconv(sFrom, sTo, sIn, sOut)) << sFrom << " -> " << sTo;
+    EXPECT_TRUE(CIconv(sTo, "UTF-8").Convert(sIn, sOut)) << sTo;
     return sOut;
 }
 
@@ -103,7 +99,8 @@ TEST(TransData, KnownTraditionalSimplifiedPairsConvert) {
 std::tuple<std::string, std::string, std::string> Texts() {
     std::tuple<std::string, std::string, std::string> t;
     auto& [sGbk, sOthers, sOtherChars] = t;
-    CIconv toUtf8("UTF-8", "UTF-32LE"), toGb("GB18030", "UTF-32LE"), toGbk("GBK", "UTF-32LE");
+    CIconv toUtf8("UTF-8", "UTF-32LE"), toGb("GB18030", "UTF-32LE"), toGbk("GBK", "UTF-32LE"),
+        fromUtf8("UTF-32LE", "UTF-8"), utf8ToGbk("GBK", "UTF-8");
     std::string s32, sPiece, sOut;
     std::vector<char32_t> vCodePoints = {0x20000, 0x2A6D6, 0x2F800, 0x30000, 0x3FFFD};
     for (char32_t cp = 0x80; cp < 0x10000; ++cp)
@@ -116,13 +113,12 @@ std::tuple<std::string, std::string, std::string> Texts() {
     sOthers = sOtherChars;
     std::istringstream in(qxtest::ReadBytes(std::string(QX_CORPUS_DIR) + "/prose.u8"));
     while (std::getline(in, sPiece)) {
-        if (sPiece.find('^') != std::string::npos || !Iconv("UTF-8", "UTF-32LE", sPiece, s32) ||
-            s32.empty())
+        if (sPiece.find('^') != std::string::npos || !fromUtf8.Convert(sPiece, s32) || s32.empty())
             continue;
         bool bInRange = true;
         for (size_t i = 0; i < s32.size(); i += 4)
             bInRange &= s32[i + 3] == 0 && uint8_t(s32[i + 2]) < 4 && uint8_t(s32[i + 2]) != 1;
-        if (bInRange) (Iconv("UTF-8", "GBK", sPiece, sOut) ? sGbk : sOthers) += sPiece + "\n";
+        if (bInRange) (utf8ToGbk.Convert(sPiece, sOut) ? sGbk : sOthers) += sPiece + "\n";
     }
     return t;
 }
@@ -150,13 +146,12 @@ TEST(TransData, TextIntoTheEnginesSideIsIconvsConversionAndComesBack) {
         CCodeTran tran(kData.c_str(), nCode);
         ASSERT_EQ(tran.GetStatus(), 1);
         const std::string sLayout = TranslatedLayout(*pText);
-        const std::string sIn = MustIconv("UTF-8", sCaller, *pText);
+        const std::string sIn = FromUtf8(sCaller, *pText);
         const std::string sEngineText = Translate(tran, sIn, true);
-        ExpectSameText(sEngineText, MustIconv("UTF-8", sEngine, sLayout), "into the engine");
-        ExpectSameText(Translate(tran, sEngineText, false), MustIconv("UTF-8", sCaller, sLayout),
-                       "back");
+        ExpectSameText(sEngineText, FromUtf8(sEngine, sLayout), "into the engine");
+        ExpectSameText(Translate(tran, sEngineText, false), FromUtf8(sCaller, sLayout), "back");
         if (pText == &sGbk)
-            ExpectSameText(Translate(tran, MustIconv("UTF-8", sCaller, sOtherChars), true), sMarked,
+            ExpectSameText(Translate(tran, FromUtf8(sCaller, sOtherChars), true), sMarked,
                            "marked");
     }
 }
@@ -185,9 +180,9 @@ size_t CommonChars(const std::string& sActual, const std::string& sExpected) {
 
 TEST(TransData, Big5ProseIntoSimplifiedGbkAgreesWithOpenccT2s) {
     std::string sOpencc;
-    Iconv("UTF-8", "GBK",
-          TranslatedLayout(qxtest::ReadBytes(std::string(QX_CORPUS_DIR) + "/prose.t2s.u8")),
-          sOpencc, CIconv::OnBad::kSkip);
+    CIconv("GBK", "UTF-8")
+        .Convert(TranslatedLayout(qxtest::ReadBytes(std::string(QX_CORPUS_DIR) + "/prose.t2s.u8")),
+                 sOpencc, CIconv::OnBad::kSkip);
     CCodeTran tran(kData.c_str(), 2);
     ASSERT_EQ(tran.GetStatus(), 1);
     const auto vOurs = TakeLines(
