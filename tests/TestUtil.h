@@ -131,6 +131,8 @@ class ScopedProgress {
   public:
     explicit ScopedProgress(bool bOn) : m_bOld(SetClassicProgress(bOn)) {}
     ~ScopedProgress() { SetClassicProgress(m_bOld); }
+    ScopedProgress(const ScopedProgress&) = delete;
+    ScopedProgress& operator=(const ScopedProgress&) = delete;
 
   private:
     bool m_bOld;
