@@ -4,20 +4,16 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "Global.h"
 #include "TestUtil.h"
 #include "TextParser.h"
 
 namespace qxtest {
 
-// GBK words (each one two-byte character; no byte pair across two of them
-// forms another).
+// GBK words of one character each; no byte pair across two of them forms another.
 inline const std::string kJia = "\xBC\xD7";                          // 甲
 inline const std::string kBing = "\xB1\xFB";                         // 丙
 inline const std::string kDing = "\xB6\xA1";                         // 丁
@@ -33,19 +29,19 @@ struct TSub {
     std::string sOperator, sValue;  // as written in the file
 };
 
-struct TRule {  // tag texts as written in the file; kOmit leaves a tag out
-    std::string sClass;
-    std::string sTop = "AND";
+// Tag texts as written in the file; kOmit leaves a tag out, sSubNum ""
+// writes the number of sub-rules.
+struct TRule {
+    std::string sClass, sTop;
     std::vector<TSub> vSubs;
-    std::string sEffect = "1.0", sPerfect = kOmit, sImperfect = "0.5";
-    std::string sSubNum;  // "" writes vSubs.size()
+    std::string sSubNum, sEffect, sPerfect, sImperfect = "0.5";
+    TRule(std::string c, std::string t, std::vector<TSub> v, std::string n = "",
+          std::string e = "1.0", std::string p = kOmit)
+        : sClass(c), sTop(t), vSubs(v), sSubNum(n), sEffect(e), sPerfect(p) {}
 };
 
 inline TRule OneSub(const std::string& sClass, const std::string& sOp, const std::string& sValue) {
-    TRule r;
-    r.sClass = sClass;
-    r.vSubs = {{sOp, sValue}};
-    return r;
+    return TRule{sClass, "AND", {{sOp, sValue}}};
 }
 
 inline std::string Tag(const std::string& sName, const std::string& sValue) {
@@ -66,77 +62,50 @@ inline std::string RuleList(const std::string& sCertainty, const std::vector<TRu
              "\n<subrules>" +
              Tag("subrulenum", r.sSubNum.empty() ? std::to_string(r.vSubs.size()) : r.sSubNum);
         for (size_t j = 0; j < r.vSubs.size(); ++j)
-            s += "\n<subrule id=\"" + std::to_string(j + 1) + "\">" +
-                 Tag("operator", r.vSubs[j].sOperator) + Tag("value", r.vSubs[j].sValue) +
-                 "</subrule>";
+            s +=
+                "\n" + Tag("subrule id=\"" + std::to_string(j + 1) + "\"",
+                           Tag("operator", r.vSubs[j].sOperator) + Tag("value", r.vSubs[j].sValue));
         s += "</subrules></rule>";
     }
     return s + "\n</rules>\n";
+}
+
+template <typename V>
+std::string Join(const V& v, const char* sSep) {
+    std::ostringstream os;
+    for (auto it = v.begin(); it != v.end(); ++it) os << (it == v.begin() ? "" : sSep) << *it;
+    return os.str();
 }
 
 // The loaded tables, one line each:
 //   R<r> <class> <relation> <effect>/<perfect>/<imperfect> <sub-rule indexes>
 //   S<i> <relation>/<field>/<min> <kw1|kw2|...>
 //   K <keyword>:<sub-rule indexes>
-template <typename V>
-std::string Join(const V& v, const char* sSep) {
-    std::ostringstream os;
-    const char* sBefore = "";
-    for (const auto& e : v) {
-        os << sBefore << e;
-        sBefore = sSep;
-    }
-    return os.str();
-}
-
 inline std::string Dump(const CTextParser& t) {
-    std::string s;
-    char sNum[80];
+    std::ostringstream os;
     for (size_t r = 0; r < t.m_vstRules.size(); ++r) {
         const _stRule& R = t.m_vstRules[r];
-        std::snprintf(sNum, sizeof(sNum), " %g/%g/%g ", double(R.fEffecValue),
-                      double(R.fPerfectVSMSim), double(R.fImPerfectVSMSim));
-        s += "R" + std::to_string(r) + " " + R.sClass + " " + R.sRelation + sNum +
-             Join(R.viSubRule, ",") + "\n";
+        os << "R" << r << " " << R.sClass << " " << R.sRelation << " " << R.fEffecValue << "/"
+           << R.fPerfectVSMSim << "/" << R.fImPerfectVSMSim << " " << Join(R.viSubRule, ",")
+           << "\n";
     }
     for (size_t i = 0; i < t.m_vstSubRules.size(); ++i) {
         const _stSubRule& S = t.m_vstSubRules[i];
-        s += "S" + std::to_string(i) + " " + S.sRelation + "/" + S.sField + "/" +
-             std::to_string(S.iMinCount) + " " + Join(S.vsKeyword, "|") + "\n";
+        os << "S" << i << " " << S.sRelation << "/" << S.sField << "/" << S.iMinCount << " "
+           << Join(S.vsKeyword, "|") << "\n";
     }
-    for (const auto& kv : t.m_mslKeywords) s += "K " + kv.first + ":" + Join(kv.second, ",") + "\n";
-    return s;
+    for (const auto& kv : t.m_mslKeywords)
+        os << "K " << kv.first << ":" << Join(kv.second, ",") << "\n";
+    return os.str();
 }
 
 // Logging off (a test may set g_bLog = 1; the day files go to a scratch
 // directory), the last-error text kUntouched, a scratch directory for files.
 class EngineTest : public ::testing::Test {
   protected:
-    // Writes sText as a rule list and runs fn_bInit on it; the progress lines
-    // go to *pProgress (or nowhere).
-    bool Load(CTextParser& t, const std::string& sText, std::string* pProgress = nullptr,
-              const std::string& sName = "rules.xml") {
-        const std::string sPath = m_cTemp.write(sName, sText);
-        char* pBuf = nullptr;
-        size_t nBuf = 0;
-        FILE* pOut = pProgress ? open_memstream(&pBuf, &nBuf) : nullptr;
-        const bool bOk = t.fn_bInit("", sPath.c_str(), pOut);
-        if (pOut) {
-            std::fclose(pOut);
-            pProgress->assign(pBuf, nBuf);
-            std::free(pBuf);
-        }
-        return bOk;
-    }
-
-    // Classifies a document; returns m_sClassifyResult.
-    static std::string Classify(CTextParser& t, const std::string& sTitle,
-                                const std::string& sContent, const std::string& sAuthor = "",
-                                int iType = 1) {
-        _stDoc d;
-        d.sTitle = sTitle, d.sContent = sContent, d.sAuthor = sAuthor;
-        t.fn_bClassify(d, iType);
-        return t.m_sClassifyResult;
+    // Writes sText as a rule list and runs fn_bInit on it without progress lines.
+    bool Load(CTextParser& t, const std::string& sText, const char* sName = "rules.xml") {
+        return t.fn_bInit("", m_cTemp.write(sName, sText).c_str(), nullptr);
     }
 
     ScopedLog m_log{0};
