@@ -1,6 +1,6 @@
-// The dictionary's rules as tables, where the models of test_PDAT_oracle.cpp
-// do not reach: the character modes, the cell-0 and highest-cell readings,
-// Find's quotes and marks, GetMaxWord, mode 2 and the first-hit scan, term
+// The dictionary's rules as tables where the models of test_PDAT_oracle.cpp
+// do not reach: mode 2's characters, cell 0 and the highest cell, Find's
+// quotes and white space, GetMaxWord, mode 2 and the first-hit scan, term
 // counters and the segmentation's options.
 #include <gtest/gtest.h>
 
@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "PDAT.h"
@@ -22,59 +23,37 @@ std::unique_ptr<CPDAT> Build(int nMode, const std::vector<std::string>& words) {
     return dict;
 }
 
-TEST(PdatCharCode, ModesReadAndNormaliseCharacters) {
-    const struct {
-        int mode;
-        std::string text;
-        int i, code, len;
-    } kRows[] = {
-        {0, "A", 0, 'a', 1},
-        {0, "\xB0\xA1", 0, 0xB0A1, 2},  // 啊
-        {0, "a\xB0", 1, 0xB0, 1},       // a lead byte at the end stands alone
-        {0, "\xB0\x41", 0, 0xB041, 2},  // the trail byte is not folded
-        {1, "\xB0\xA1", 0, 0xB0, 1},
-        {1, "A", 0, 'A', 1},
-        {2, "\xA3\xA8", 0, '(', 2},     // （
-        {2, "\xA1\xBF", 0, ')', 2},     // 】
-        {2, "\xA1\xB0", 0, '"', 2},     // “
-        {2, "\xA3\xA7", 0, '"', 2},     // ＇
-        {2, "\xA1\xAF", 0, 0xA1AF, 2},  // ’ is not in the set
-        {2, "\xA3\xB9", 0, '9', 2},     // ９
-        {2, "\xA3\xC1", 0, 'a', 2},     // Ａ
-        {2, "\xA3\xE1", 0, 'a', 2},     // ａ
-        {2, "Q", 0, 'q', 1},
-        {2, " \t\r\n,/_x", 0, 9, 7},
-        {2, ", \xA3\xAC", 0, 9, 4},  // a run up to the end, ， included
-        {2, "a\xA3", 1, 0xA3, 1},    // a lone lead byte is no delimiter
-        {2, "\xA3\xDC\xA3\xFC\xA3\xAE\xA1\xA2\xA3\xAD\xA1\xAA\xAA\xA4", 0, 9, 14},  // ＼｜．、－—
-        {2, "ab", 2, 0, 0},  // outside the text
+// Modes 0 and 1 are read by the word-set model's own reader. Mode 2 reads
+// （ 】 “ ＇ ９ Ａ ａ as ( ) " " 9 a a, not ’, ASCII capitals in lower case,
+// and a run of blanks , / _ ， ＼ ｜ ． 、 － — up to its end as one delimiter
+// (9); a lone lead byte is no delimiter. Rows: text, byte i -> code, length.
+TEST(PdatCharCode, ModeTwoNormalisesCharacters) {
+    using Row = std::tuple<std::string, int, int, int>;
+    const Row kRows[] = {
+        {"\xA3\xA8", 0, '(', 2},       {"\xA1\xBF", 0, ')', 2},       {"\xA1\xB0", 0, '"', 2},
+        {"\xA3\xA7", 0, '"', 2},       {"\xA1\xAF", 0, 0xA1AF, 2},    {"\xA3\xB9", 0, '9', 2},
+        {"\xA3\xC1", 0, 'a', 2},       {"\xA3\xE1", 0, 'a', 2},       {"Q", 0, 'q', 1},
+        {" \t\r\n,/_x", 0, 9, 7},      {", \xA3\xAC", 0, 9, 4},       {"\xAA\xA4", 0, 9, 2},
+        {"a\xA3", 1, 0xA3, 1},         {"\xA3\xDC\xA3\xFC", 0, 9, 4}, {"\xA3\xAE\xA1\xA2", 0, 9, 4},
+        {"\xA3\xAD\xA1\xAA", 0, 9, 4},
     };
-    for (const auto& r : kRows) {
-        CPDAT dict(r.mode);
-        int len = -1;
-        EXPECT_EQ(dict.GetCharCode(r.text.c_str(), r.i, int(r.text.size()), &len), r.code)
-            << r.mode << " " << r.text;
-        EXPECT_EQ(len, r.len) << r.mode << " " << r.text;
+    const CPDAT dict(2);
+    for (const auto& [text, i, code, len] : kRows) {
+        int n = -1;
+        EXPECT_EQ(dict.GetCharCode(text.c_str(), i, int(text.size()), &n), code) << text;
+        EXPECT_EQ(n, len) << text;
     }
 }
 
 TEST(PdatLayout, CellZeroAndTheHighestCellAreReadAsSpecified) {
-    // a and b tie on 2 (a is lower); a is a leaf in cell 0 with base 0; b is a
-    // word end in cell 1, so base 1 is skipped (it would read as a leaf).
+    // a and b tie on 2 (a is lower): a is a leaf in cell 0 with base 0, a word
+    // end for Find and GetMaxWord only (the word-set model checks the others).
     auto dict = Build(1, {"b", "bc", "a", "a"});
-    const state kCells[] = {{0, -2, 2}, {-2, -2, 0}, {-1, -1, -1}, {-1, -1, -1}, {-4, 1, 1}};
-    ASSERT_EQ(dict->GetLowerBound(), 4);
-    EXPECT_EQ(0, memcmp(dict->GetStates(), kCells, sizeof kCells));
-    // Cell 0 with base 0 is a word for Find and GetMaxWord only.
+    ASSERT_EQ(dict->GetStates()[0].base, 0);
     int handle = 0;
-    unsigned count = 9;
-    EXPECT_EQ(dict->Find("a"), 2);
-    EXPECT_EQ(dict->Find('a'), -1);
     EXPECT_EQ(dict->GetMaxWord("a", &handle, nullptr), 1);
     EXPECT_EQ(handle, 2);
-    EXPECT_EQ(dict->GetWords("a", nullptr, nullptr, nullptr, &count, 0), 0);
-    EXPECT_EQ(count, 0u);
-    EXPECT_STREQ(dict->MMFullScan("a"), "");
+    EXPECT_EQ(dict->Find('a'), -1);
     EXPECT_EQ(dict->AddWord("new", false), -1);  // completed: read-only
     // Find(code) leaves out the highest cell.
     auto pair = Build(1, {"a", "b"});
@@ -82,40 +61,38 @@ TEST(PdatLayout, CellZeroAndTheHighestCellAreReadAsSpecified) {
     EXPECT_EQ(pair->Find('b'), -1);
     EXPECT_EQ(Build(1, {"ab", "b", "c"})->Find('c'), 2);
     EXPECT_EQ(pair->Find(65536), -1);
-    for (int nMode = 0; nMode < 3; ++nMode) {  // no words: no cells, every lookup fails
+    for (int nMode = 0; nMode < 3; ++nMode) {  // no words: every lookup fails
         auto empty = Build(nMode, {});
-        EXPECT_EQ(empty->GetStates(), nullptr);
-        EXPECT_EQ(empty->Find("a") + empty->Find('a'), -2);
-        EXPECT_EQ(empty->GetMaxWord("a", nullptr, nullptr), 0);
-        EXPECT_STREQ(empty->MMFullScan("a b"), "");
-        EXPECT_STREQ(empty->MMScan("ab", nullptr), "");
+        EXPECT_EQ(empty->Find("a") + empty->Find('a') + empty->GetMaxWord("a", nullptr, nullptr),
+                  -2);
+        EXPECT_EQ(std::string(empty->MMFullScan("a b")) + empty->MMScan("ab", nullptr), "");
     }
 }
 
+// Only Find drops a byte-order mark and a pair of quotes (one quote is no
+// pair); a run of white space matches one space. Rows: text -> Find, and
+// GetMaxWord's length, handle and space flag.
 TEST(PdatFind, FindAndGetMaxWordReadAWordAsSpecified) {
     auto dict = Build(1, {"ab", "a b", "abc", "x", "\"q", "a", "abcd", "x y"});
-    const struct {
-        const char* text;
-        int find, maxLen, maxHandle;
-        bool bSpace;
-    } kRows[] = {
-        {"\"ab\"", 0, 0, -1, false},  // only Find drops a pair of quotes
+    using Row = std::tuple<std::string, int, int, int, bool>;
+    const Row kRows[] = {
+        {"\"ab\"", 0, 0, -1, false},
         {"\xEF\xBB\xBF\"ab\"", 0, 0, -1, false},
         {"\xEF\xBB\xBF", -1, 0, -1, false},
-        {"a  b", 1, 4, 1, true},  // a run of white space matches one space
+        {"a  b", 1, 4, 1, true},
         {"a\t\r\nb", 1, 5, 1, true},
-        {"\"q", 4, 2, 4, false},  // one quote is not a pair
+        {"\"q", 4, 2, 4, false},
         {"abcz", -1, 3, 2, false},
         {"abcd!", -1, 4, 6, false},
         {"", -1, 0, -1, false},
     };
-    for (const auto& r : kRows) {
+    for (const auto& [text, find, maxLen, maxHandle, bSpace] : kRows) {
         int handle = 7;
-        bool bSpace = !r.bSpace;
-        EXPECT_EQ(dict->Find(r.text), r.find) << r.text;
-        EXPECT_EQ(dict->GetMaxWord(r.text, &handle, &bSpace), r.maxLen) << r.text;
-        EXPECT_EQ(handle, r.maxHandle) << r.text;
-        EXPECT_EQ(bSpace, r.bSpace) << r.text;
+        bool bGotSpace = !bSpace;
+        EXPECT_EQ(dict->Find(text.c_str()), find) << text;
+        EXPECT_EQ(dict->GetMaxWord(text.c_str(), &handle, &bGotSpace), maxLen) << text;
+        EXPECT_EQ(handle, maxHandle) << text;
+        EXPECT_EQ(bGotSpace, bSpace) << text;
     }
     EXPECT_EQ(dict->Find(static_cast<const char*>(nullptr)), -1);
     EXPECT_EQ(dict->Find("abc", 2u), 0);
@@ -126,31 +103,30 @@ TEST(PdatFind, FindAndGetMaxWordReadAWordAsSpecified) {
     std::free(handles), std::free(ends);
 }
 
+// A match may not start inside a Latin word or a number, though a letter may
+// touch a digit; the end copy has no blank. In mode 2 a delimiter run ends an
+// attempt and the text's own bytes are written (，ｃｄ). Rows: dictionary,
+// text -> full scan, first-hit scan.
 TEST(PdatScan, FullScanAndFirstHitScan) {
     auto latin = Build(1, {"ab", "12", "abc"});
     auto normalising = Build(2, {"ab", "cd"});
     const std::string zh = "\xD6\xD0";  // 中, in no dictionary here
-    const struct {
-        CPDAT* dict;
-        std::string text;
-        const char* scan;
-        const char* firstHit;
-    } kRows[] = {
-        {latin.get(), zh + "ab", "ab ab", "ab"},    // the end copy has no blank
-        {latin.get(), "cab", "", ""},               // would start inside a Latin word
-        {latin.get(), "3125", "", ""},              // would start inside a number
-        {latin.get(), "ab12", "ab 12 ", "ab 12 "},  // a letter may touch a digit
-        {normalising.get(), "a,b", "", ""},         // a delimiter run ends the attempt
+    using Row = std::tuple<CPDAT*, std::string, const char*, const char*>;
+    const Row kRows[] = {
+        {latin.get(), zh + "ab", "ab ab", "ab"},
+        {latin.get(), "cab", "", ""},
+        {latin.get(), "3125", "", ""},
+        {latin.get(), "ab12", "ab 12 ", "ab 12 "},
+        {normalising.get(), "a,b", "", ""},
         {normalising.get(), "x, AB\xA3\xAC\xA3\xE3\xA3\xE4", "AB \xA3\xE3\xA3\xE4 ",
-         "AB \xA3\xE3\xA3\xE4 "},  // ，ｃｄ: the text's own bytes are written
+         "AB \xA3\xE3\xA3\xE4 "},
     };
-    for (const auto& r : kRows) {
-        EXPECT_STREQ(r.dict->MMFullScan(r.text.c_str()), r.scan) << r.text;
-        EXPECT_STREQ(r.dict->MMScan(r.text.c_str(), nullptr), r.firstHit) << r.text;
+    for (const auto& [dict, text, scan, firstHit] : kRows) {
+        EXPECT_STREQ(dict->MMFullScan(text.c_str()), scan) << text;
+        EXPECT_STREQ(dict->MMScan(text.c_str(), nullptr), firstHit) << text;
     }
     bool bFound = false;
-    EXPECT_STREQ(latin->MMScan((zh + "12" + zh + "ab").c_str(), &bFound),
-                 "12 ");  // stops at a leaf
+    EXPECT_STREQ(latin->MMScan((zh + "12" + zh + "ab").c_str(), &bFound), "12 ");  // a leaf stops
     EXPECT_TRUE(bFound);
     char* buf = nullptr;
     int cap = 0;
@@ -163,24 +139,23 @@ TEST(PdatScan, FullScanAndFirstHitScan) {
     EXPECT_FALSE(latin->IsValidString(nullptr, 0, 1, 1));
 }
 
+// An earlier word of more than 3 bytes hides the later, longer words that
+// contain it, which still take a place.
 TEST(PdatTerms, TopWordsHideLongerWordsContainingEarlierOnes) {
-    const struct {
-        std::vector<std::pair<std::string, int>> counts;
-        int n;
-        const char* want;
-    } kRows[] = {
+    using Row = std::tuple<std::vector<std::pair<std::string, int>>, int, const char*>;
+    const Row kRows[] = {
         {{{"abcd", 5}, {"abcde", 3}}, -1, "abcd/5#"},
         {{{"abcde", 5}, {"abcd", 3}}, -1, "abcde/5#abcd/3#"},
-        {{{"abc", 5}, {"abcde", 3}}, -1, "abc/5#abcde/3#"},      // 3 bytes hide nothing
-        {{{"abcd", 5}, {"abcde", 3}, {"xy", 1}}, 2, "abcd/5#"},  // the hidden word uses a place
+        {{{"abc", 5}, {"abcde", 3}}, -1, "abc/5#abcde/3#"},
+        {{{"abcd", 5}, {"abcde", 3}, {"xy", 1}}, 2, "abcd/5#"},
         {{{"abcd", 5}}, 0, ""},
     };
-    for (const auto& r : kRows) {
+    for (const auto& [counts, n, want] : kRows) {
         CPDAT dict(1);
         std::vector<std::string> words;
-        for (const auto& [w, n] : r.counts) words.insert(words.end(), n, w);
-        EXPECT_EQ(dict.WordFreq(words), int(r.counts.size()));
-        EXPECT_STREQ(dict.GetTopWords(r.n), r.want);
+        for (const auto& [w, k] : counts) words.insert(words.end(), k, w);
+        EXPECT_EQ(dict.WordFreq(words), int(counts.size()));
+        EXPECT_STREQ(dict.GetTopWords(n), want);
     }
     CPDAT dict(1);
     dict.AddFilterWord("ab");
@@ -190,30 +165,26 @@ TEST(PdatTerms, TopWordsHideLongerWordsContainingEarlierOnes) {
     EXPECT_EQ(dict.GetTopWordVector().front().freq, 2);
 }
 
+// The word-set model checks the segments; here maxLen cuts the walk, handles
+// leave out unknown runs without bKeepUnknown, and the object's own buffer
+// holds the text. Rows: text, maxLen -> segments, handles.
 TEST(PdatSegment, HandlesOfWordsOnlyMaxLenAndOwnBuffer) {
-    // zx makes x a known character that starts no word.
-    auto dict = Build(0, {"ab", "abc", "zx", "\xC4\xE3\xBA\xC3" /* 你好 */});
-    const struct {
-        const char* text;
-        int maxLen;
-        const char* segments;
-        std::vector<int> words;  // handles without bKeepUnknown
-    } kRows[] = {
+    auto dict = Build(0, {"ab", "abc"});
+    using Row = std::tuple<const char*, int, const char*, std::vector<int>>;
+    const Row kRows[] = {
         {"hello123,ab-c", -1, "hello123/,/ab/-/c/", {0}},
-        {"xab1", -1, "xab1/", {}},  // a failed ASCII character takes the run
-        {"\xC4\xE3\xBA\xC3\xC2\xF0", -1, "\xC4\xE3\xBA\xC3/\xC2\xF0/", {3}},  // 你好吗
-        {"abc", 1, "ab/c/", {0}},  // maxLen cuts the walk
+        {"abc", 1, "ab/c/", {0}},
         {"", -1, "", {}},
     };
     int *pHandles = nullptr, nHandleCap = 0, nResultCap = 0;
     char* pResult = nullptr;
-    for (const auto& r : kRows) {
-        const int n = dict->MMSegment(r.text, &pHandles, &nHandleCap, &pResult, &nResultCap, false,
-                                      false, r.maxLen, '/');
-        EXPECT_STREQ(pResult, r.segments) << r.text;
-        EXPECT_EQ(std::vector<int>(pHandles, pHandles + n), r.words) << r.text;
-        EXPECT_GE(nResultCap, int(strlen(r.text)) * 6 + 1);
-        EXPECT_STREQ(dict->MMSegment(r.text, r.maxLen, '/'), r.segments) << r.text;
+    for (const auto& [text, maxLen, segments, words] : kRows) {
+        const int n = dict->MMSegment(text, &pHandles, &nHandleCap, &pResult, &nResultCap, false,
+                                      false, maxLen, '/');
+        EXPECT_STREQ(pResult, segments) << text;
+        EXPECT_EQ(std::vector<int>(pHandles, pHandles + n), words) << text;
+        EXPECT_GE(nResultCap, int(strlen(text)) * 6 + 1);
+        EXPECT_STREQ(dict->MMSegment(text, maxLen, '/'), segments) << text;
     }
     EXPECT_EQ(0, dict->MMSegment(nullptr, nullptr, nullptr, &pResult, &nResultCap, 0, 1, -1, '/'));
     EXPECT_STREQ(pResult, "");

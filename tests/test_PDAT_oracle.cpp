@@ -1,14 +1,9 @@
-// Randomised differentials of CPDAT against deliberately naive models kept
-// here (fixed seeds, printed on failure):
-//  * NaiveLayout builds the double array by the plain first-fit procedure:
-//    linear child search, a work list of vectors, bases tried from 1 with
-//    every probed cell counted. Insertion results, cells, lower bound and
-//    character map must equal CPDAT's.
-//  * WordSetModel keeps the words in std::map / std::set, never a cell, and
-//    answers Find, GetWords, the full scan (text and spans) and the
-//    segmentation by brute force over them. CPDAT must give the same answers
-//    on random GBK text with ASCII runs, words cut mid-character and a
-//    truncated last lead byte, and again after Save and Load.
+// Randomised differentials of CPDAT against naive models (fixed seeds, printed
+// on failure). NaiveLayout builds the double array by plain first fit; its
+// insertion results, cells, bound and character map must equal CPDAT's.
+// WordSetModel answers Find, GetWords, the full scan and the segmentation by
+// brute force over a std::map of words, on random GBK text with ASCII runs,
+// words cut mid-character and a truncated last lead byte, also after Load.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,32 +21,34 @@
 namespace {
 
 constexpr unsigned kSeed = 20240611;
-using Rng = std::mt19937;
 
-std::string Pick(Rng& rng, const std::vector<std::string>& from) {
-    return from[std::uniform_int_distribution<size_t>(0, from.size() - 1)(rng)];
-}
+// Seeded random choices.
+struct Random {
+    std::mt19937 rng;
+    int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); }
+    std::string Pick(const std::vector<std::string>& from) {
+        return from[std::uniform_int_distribution<size_t>(0, from.size() - 1)(rng)];
+    }
+    std::string Word(const std::vector<std::string>& alphabet, int maxChars) {
+        std::string w;
+        for (int n = Int(1, maxChars); n > 0; --n) w += Pick(alphabet);
+        return w;
+    }
+};
 
-// GBK characters: a dense common block plus a scattered tail.
-std::vector<std::string> GbkChars(int nCommon, int nRare) {
+// GBK characters (a dense common block, a scattered tail), then `extra`.
+std::vector<std::string> Alphabet(int nCommon, int nRare, std::vector<std::string> extra) {
     std::vector<std::string> out;
     for (int k = 0; k < nCommon; ++k) out.push_back({char(0xB0 + k / 94), char(0xA1 + k % 94)});
     for (int k = 0; k < nRare; ++k) out.push_back({char(0xC0 + k % 40), char(0x41 + k / 40)});
+    out.insert(out.end(), extra.begin(), extra.end());
     return out;
-}
-
-std::string RandomWord(Rng& rng, const std::vector<std::string>& alphabet, int maxChars) {
-    std::string w;
-    for (int n = std::uniform_int_distribution<int>(1, maxChars)(rng); n > 0; --n)
-        w += Pick(rng, alphabet);
-    return w;
 }
 
 // ---- The layout model ----
 
 struct Node {
-    unsigned code = 0;
-    int handle = -1, position = 0;
+    int code = 0, handle = -1, position = 0;
     std::vector<Node> children;
 };
 
@@ -60,7 +57,8 @@ class NaiveLayout {
     explicit NaiveLayout(int nMode) : m_reader(nMode), m_nMode(nMode) {}
 
     // AddWord(w, handle, bFreq), or FindWord(w) with bFindOnly; then with
-    // bFilter the word's counter is marked -1 (AddFilterWord).
+    // bFilter the word's counter is marked as a filter word (AddFilterWord).
+    // Counters exist for words added with bFreq, indexed by handle all the same.
     int Add(std::string w, int handle, bool bFreq, bool bFindOnly, bool bFilter = false) {
         if (w.compare(0, 3, "\xEF\xBB\xBF") == 0) w.erase(0, 3);
         int len = int(w.size()), cl = 0;
@@ -74,27 +72,25 @@ class NaiveLayout {
             const int code = m_reader.GetCharCode(w.c_str(), i, len, &cl);
             const bool bLast = i + cl >= len;
             if (code == 9) continue;
-            ++m_freq[code], m_lower = std::min(m_lower, code), m_upper = std::max(m_upper, code);
+            ++m_freq[code];
             auto it = std::find_if(node->children.begin(), node->children.end(),
-                                   [&](const Node& c) { return c.code == unsigned(code); });
+                                   [&](const Node& c) { return c.code == code; });
             if (it == node->children.end()) {
                 if (bFindOnly) return -1;
-                it = node->children.insert(it, Node{unsigned(code), -1, 0, {}});
+                it = node->children.insert(it, Node{code, -1, 0, {}});
             } else if (bLast && bFindOnly) {
                 return it->handle;
-            } else if (bLast && it->handle >= 0) {
-                if (bFreq && Term(it->handle) && *Term(it->handle) >= 0) ++*Term(it->handle);
-                result = it->handle;
-            } else if (!bLast && bFreq && Term(it->handle) && *Term(it->handle) < 0) {
-                return result;  // below a filter word
+            } else if (!bLast && bFreq && IsFilter(it->handle)) {
+                return -1;  // below a filter word
             }
             if (bLast && it->handle < 0) {
-                it->handle = result = handle, ++count;
-                if (bFreq) m_terms.push_back(1);
+                it->handle = handle, ++count;
+                if (bFreq) m_filter.push_back(false);
             }
+            if (bLast) result = it->handle;
             node = &*it;
         }
-        if (bFilter && Term(result)) *Term(result) = -1;
+        if (bFilter && result >= 0 && result < int(m_filter.size())) m_filter[result] = true;
         return result;
     }
 
@@ -102,30 +98,30 @@ class NaiveLayout {
         cells.assign(size_t(count * 1.5), state{-1, -1, -1});
         for (int best = 0; best >= 0;) {  // character map: greatest count first, ties lower code
             best = -1;
-            for (int c = m_lower; c <= m_upper; ++c)
-                if (m_freq[c] > 0 && (best < 0 || m_freq[c] > m_freq[best])) best = c;
+            for (const auto& [c, n] : m_freq)
+                if (n > 0 && (best < 0 || n > m_freq[best])) best = c;
             if (best >= 0) charset[best] = charsetSize++, m_freq[best] = -1;
         }
         for (Node& c : m_root.children) Claim(c.position = charset[c.code], -2, c);
         std::vector<Node> list = std::move(m_root.children);
         auto leaf = [](const Node& n) { return n.children.empty(); };
+        auto fewer = [](const Node& a, const Node& b) {
+            return a.children.size() < b.children.size();
+        };
         while (list.erase(std::remove_if(list.begin(), list.end(), leaf), list.end()),
                !list.empty()) {
-            size_t idx = 0;  // the first entry with the most children
-            for (size_t k = 1; k < list.size(); ++k)
-                if (list[k].children.size() > list[idx].children.size()) idx = k;
+            // the first entry with the most children
+            const size_t idx = std::max_element(list.begin(), list.end(), fewer) - list.begin();
             Node e = std::move(list[idx]);
             int b = 0;
             for (bool bFits = false; !bFits;) {
                 b += 1 + (b + 1 == e.position && e.handle >= 0);
                 bFits = std::all_of(e.children.begin(), e.children.end(), [&](const Node& k) {
-                    const int p = b + charset[k.code];
-                    Grow(p);
-                    return cells[p].base == -1 && cells[p].check == -1;
+                    const state& c = Cell(b + charset[k.code]);
+                    return c.base == -1 && c.check == -1;
                 });
             }
-            cells[e.position].base = e.handle >= 0 ? -b : b;
-            if (e.handle >= 0) cells[e.position].handle = e.handle;
+            cells[e.position] = {e.handle >= 0 ? -b : b, cells[e.position].check, e.handle};
             for (Node& ch : e.children) Claim(ch.position = b + charset[ch.code], e.position, ch);
             list[idx] = std::move(e.children[0]);
             for (size_t k = 1; k < e.children.size(); ++k) list.push_back(std::move(e.children[k]));
@@ -138,46 +134,40 @@ class NaiveLayout {
     unsigned count = 0;
 
   private:
-    int* Term(int h) { return h >= 0 && h < int(m_terms.size()) ? &m_terms[h] : nullptr; }
-    void Grow(int p) {  // cell p probed: it counts towards the bound
+    bool IsFilter(int h) const { return h >= 0 && h < int(m_filter.size()) && m_filter[h]; }
+    state& Cell(int p) {  // cell p probed: it counts towards the bound
         if (p >= int(cells.size())) cells.resize(p + 100, state{-1, -1, -1});
         bound = std::max(bound, p);
+        return cells[p];
     }
     void Claim(int p, int parent, const Node& n) {
-        Grow(p);
-        cells[p].check = parent;
-        if (n.children.empty()) cells[p] = {-p, parent, n.handle};
+        Cell(p) = n.children.empty() ? state{-p, parent, n.handle} : state{-1, parent, -1};
     }
 
     CPDAT m_reader;  // only its GetCharCode is used
     int m_nMode;
     Node m_root;
-    std::vector<int> m_freq = std::vector<int>(65536, 0);
-    int m_lower = 65536, m_upper = 0;
-    std::vector<int> m_terms;
+    std::map<int, int> m_freq;
+    std::vector<bool> m_filter;
 };
 
 TEST(PdatLayoutModel, InsertionAndLayoutEqualTheFirstFitModel) {
-    Rng rng(kSeed);
-    std::vector<std::string> alphabet = GbkChars(60, 80);
+    Random rnd{std::mt19937(kSeed)};
     // ， 。 Ａ １ （ ” and AA A4 besides ASCII
-    for (const char* s :
-         {"a",        "b",        "c",        "A",        "Z",        "0",       "7",
-          " ",        ",",        "_",        "/",        "\t",       "\"",      "\xA3\xAC",
-          "\xA1\xA3", "\xA3\xC1", "\xA3\xB1", "\xA3\xA8", "\xA1\xB1", "\xAA\xA4"})
-        alphabet.push_back(s);
+    const auto alphabet = Alphabet(
+        60, 80, {"a",        "b",        "c",        "A",        "Z",        "0",       "7",
+                 " ",        ",",        "_",        "/",        "\t",       "\"",      "\xA3\xAC",
+                 "\xA1\xA3", "\xA3\xC1", "\xA3\xB1", "\xA3\xA8", "\xA1\xB1", "\xAA\xA4"});
     const int kSizes[] = {0, 1, 2, 3, 5, 8, 13, 40, 120, 400, 1500};
     for (int round = 0; round <= 60; ++round) {
-        const std::string where =
-            "seed " + std::to_string(kSeed) + " round " + std::to_string(round);
+        SCOPED_TRACE("seed " + std::to_string(kSeed) + " round " + std::to_string(round));
         NaiveLayout model(round % 3);
         CPDAT dict(round % 3);
-        std::vector<std::string> words;
-        for (int k = 0; k < (round == 60 ? 0 : kSizes[round % 11]);
-             ++k) {  // shared prefixes, marks
-            const int r = std::uniform_int_distribution<int>(0, 99)(rng);
-            std::string w = RandomWord(rng, alphabet, 1 + round % 6);
-            if (!words.empty() && r < 25) w = Pick(rng, words) + (r < 15 ? "" : w);
+        std::vector<std::string> words;  // shared prefixes, marks
+        for (int k = 0; k < (round == 60 ? 0 : kSizes[round % 11]); ++k) {
+            const int r = rnd.Int(0, 99);
+            std::string w = rnd.Word(alphabet, 1 + round % 6);
+            if (!words.empty() && r < 25) w = rnd.Pick(words) + (r < 15 ? "" : w);
             words.push_back(w = r == 25 ? "\xEF\xBB\xBF" + w : r == 26 ? w + "\xB1" : w);
             const bool bFind = r >= 92, bFilter = r >= 85 && !bFind;
             const bool bFreq = r < 35 || (r >= 60 && r < 75) || bFilter;
@@ -185,25 +175,23 @@ TEST(PdatLayoutModel, InsertionAndLayoutEqualTheFirstFitModel) {
                             : bFilter ? dict.AddFilterWord(w.c_str())
                             : r < 60  ? dict.AddWord(w.c_str(), bFreq)
                                       : dict.AddWord(w.c_str(), int(dict.GetItemCount()), bFreq);
-            ASSERT_EQ(got, model.Add(w, bFind ? -1 : int(model.count), bFreq, bFind, bFilter))
-                << where << " word " << w;
+            ASSERT_EQ(got, model.Add(w, bFind ? -1 : int(model.count), bFreq, bFind, bFilter)) << w;
         }
-        if (round == 60) {  // a word end whose first fit is its own cell takes the next base, and
-            // the skipped base stays free for a later children set of the same shape
+        // A word end whose first fit is its own cell takes the next base, and
+        // the skipped base stays free for a later children set of the same shape.
+        if (round == 60) {
             for (const char* w :
                  {"a", "c", "faa", "fb", "eb", "dc", "dab", "d", "bb", "eff", "efe", "fcb"})
                 ASSERT_EQ(dict.AddWord(w, false), model.Add(w, int(model.count), false, false));
         }
         dict.AddWordComplete();
         model.Complete();
-        ASSERT_EQ(dict.GetLowerBound(), model.bound) << where;
-        ASSERT_EQ(dict.GetCharsetSize(), model.charsetSize) << where;
-        for (unsigned c = 0; c < 65536; ++c)
-            ASSERT_EQ(dict.GetCharsetCode(c), model.charset[c]) << where;
-        ASSERT_EQ(dict.GetStates() == nullptr, model.cells.empty()) << where;
+        ASSERT_EQ(dict.GetLowerBound(), model.bound);
+        ASSERT_EQ(dict.GetCharsetSize(), model.charsetSize);
+        for (unsigned c = 0; c < 65536; ++c) ASSERT_EQ(dict.GetCharsetCode(c), model.charset[c]);
+        ASSERT_EQ(dict.GetStates() == nullptr, model.cells.empty());
         for (int p = 0; !model.cells.empty() && p <= model.bound; ++p)
-            ASSERT_EQ(0, memcmp(&dict.GetStates()[p], &model.cells[p], sizeof(state)))
-                << where << " cell " << p;
+            ASSERT_EQ(0, memcmp(&dict.GetStates()[p], &model.cells[p], sizeof(state))) << p;
     }
 }
 
@@ -225,10 +213,6 @@ bool SameKind(unsigned char a, unsigned char b) {
     auto letter = [](unsigned char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
     auto digit = [](unsigned char c) { return c >= '0' && c <= '9'; };
     return (letter(a) && letter(b)) || (digit(a) && digit(b));
-}
-
-bool IsRunStop(unsigned char c) {
-    return c == 0 || std::strchr(" \t-_,.:/~#%^*()", c) != nullptr;
 }
 
 class WordSetModel {
@@ -262,6 +246,7 @@ class WordSetModel {
     }
 
   private:
+    static bool IsRunStop(unsigned char c) { return c == 0 || std::strchr(" \t-_,.:/~#%^*()", c); }
     // Codes of t; with bFold a run of white space reads as one space (Find).
     Codes Read(const std::string& t, bool bFold) const {
         Codes c;
@@ -325,26 +310,22 @@ class WordSetModel {
                 continue;
             }
             if (firstLen == 0) firstLen = cl;
-            if (m_prefixes.count(q)) {
-                if (!IsWordEnd(q)) {
-                    if (matchLen == 0) matchLen = cl;
-                    continue;
-                }
+            if (m_prefixes.count(q) && !IsWordEnd(q)) {
+                matchLen = matchLen ? matchLen : cl;
+            } else if (m_prefixes.count(q)) {
                 matchLen = i - start, handle = m_words.at(q);
                 const bool bLeaf = !m_extended.count(q);
                 if (!bLeaf && flag == 0) continue;
                 emit(matchLen, false);
                 restart(bLeaf ? start + firstLen : start);
                 flag = bLeaf ? 1 : 0, firstLen = 0;
-                continue;
-            }
-            if (matchLen >= 1) {
+            } else if (matchLen >= 1) {
                 if (handle >= 0 && flag == 1) emit(matchLen, false);
-                i = start + firstLen, firstLen = 0, flag = 1;
-            } else if (cl == 1 && i < len && t[i] == ' ') {
-                i += 1;
+                restart(start + firstLen);
+                firstLen = 0, flag = 1;
+            } else {
+                restart(i + (cl == 1 && i < len && t[i] == ' '));
             }
-            restart(i);
         }
         if (handle >= 0 && matchLen >= 1) emit(matchLen, true);
         return "scan " + text + "\nspans" + spans;
@@ -361,9 +342,9 @@ class WordSetModel {
             spans += " " + std::to_string(from) + "+" + std::to_string(n);
         };
         auto run = [&](int at, bool bAsciiOnly) {  // one character, plus an ASCII run
-            int end = at, n = 0;
+            int n = 0;
             CodeAt(m_nMode, t, at, &n);
-            end += n;
+            int end = at + n;
             const unsigned char c = t[at];
             if (n == 1 && (!bAsciiOnly || c < 0x80) && !IsRunStop(c))
                 while (end < len && static_cast<unsigned char>(t[end]) < 0x80 && !IsRunStop(t[end]))
@@ -408,8 +389,8 @@ std::string Answers(CPDAT& d, const std::string& t) {
     for (unsigned k = 0; k < n; ++k) o << " " << pH[k] << "@" << pE[k];
     free(pH), free(pE);
     std::vector<_stScanSpan> spans;
-    o << "\nscan " << d.MMFullScan(t.c_str()) << "\nspans";
     d.MMFullScanSpans(t.c_str(), spans);
+    o << "\nscan " << d.MMFullScan(t.c_str()) << "\nspans";
     for (const _stScanSpan& s : spans)
         o << " " << s.iStart << "+" << s.nLen << "=" << s.nHandle << (s.bBlank ? "_" : "");
     int *pHandles = nullptr, nHandleCap = 0, nResultCap = 0;
@@ -426,44 +407,41 @@ std::string Answers(CPDAT& d, const std::string& t) {
 }
 
 // Text of words, word tails (from mid-character), known characters, an
-// unknown character, Latin words and numbers with spaces, and sometimes a
+// unknown character (中), Latin words and numbers with spaces, sometimes a
 // truncated last lead byte; long in some rounds, to cross the byte-mode
 // scan's windows of starts.
-std::string RandomText(Rng& rng, const std::vector<std::string>& words,
+std::string RandomText(Random& rnd, const std::vector<std::string>& words,
                        const std::vector<std::string>& chars, int nMax) {
     std::string t;
-    for (int n = std::uniform_int_distribution<int>(0, nMax)(rng); n > 0; --n) {
-        const int r = std::uniform_int_distribution<int>(0, 5)(rng);
-        t += r < 2    ? Pick(rng, words)
-             : r == 2 ? Pick(rng, chars)
-             : r == 3 ? "\xD6\xD0"  // 中, never in these dictionaries
-             : r == 4 ? Pick(rng, {"ab", "Ab1", "12", " ", "  x", "9a", "ba", "a-b"})
-                      : Pick(rng, words).substr(1);
+    for (int n = rnd.Int(0, nMax); n > 0; --n) {
+        const int r = rnd.Int(0, 5);
+        t += r < 2    ? rnd.Pick(words)
+             : r == 2 ? rnd.Pick(chars)
+             : r == 3 ? "\xD6\xD0"
+             : r == 4 ? rnd.Pick({"ab", "Ab1", "12", " ", "  x", "9a", "ba", "a-b"})
+                      : rnd.Pick(words).substr(1);
     }
-    return std::uniform_int_distribution<int>(0, 3)(rng) == 0 ? t + "\xB0" : t;
+    return rnd.Int(0, 3) == 0 ? t + "\xB0" : t;
 }
 
 TEST(PdatWordSetModel, LookupsScansAndSegmentsAgreeBeforeAndAfterSaveAndLoad) {
     const unsigned seed = kSeed + 2;
-    Rng rng(seed);
+    Random rnd{std::mt19937(seed)};
     qxtest::TempDir dir;
     const std::string sFile = dir.file("d.pdat");
     CPDAT loaded(2);  // loads every round's dictionary in turn
+    const auto chars = Alphabet(12, 6, {"a", "b", "A", "1", "2", "x", " "});
     for (int round = 0; round < 60; ++round) {
+        SCOPED_TRACE("seed " + std::to_string(seed) + " round " + std::to_string(round));
         // Byte mode first: its scan index must not outlive the next load.
         const int nMode = (round + 1) % 2;
-        std::vector<std::string> chars = GbkChars(12, 6);
-        for (const char* s : {"a", "b", "A", "1", "2", "x", " "}) chars.push_back(s);
         CPDAT dict(nMode);
         WordSetModel model(nMode, dict);
         std::vector<std::string> words;
-        for (int k = std::uniform_int_distribution<int>(1, 150)(rng); k > 0; --k) {
-            words.push_back(RandomWord(rng, chars, 4));
-            model.Add(words.back(), dict.AddWord(words.back().c_str(), false));
-        }
+        auto add = [&](const std::string& w) { model.Add(w, dict.AddWord(w.c_str(), false)); };
+        for (int k = rnd.Int(1, 150); k > 0; --k) add(words.emplace_back(rnd.Word(chars, 4)));
         if (round == 58 || round == 59) {  // output cap: # words write more than they read
-            for (int n = 1; n <= 12; ++n)
-                model.Add(std::string(n, '#'), dict.AddWord(std::string(n, '#').c_str(), false));
+            for (int n = 1; n <= 12; ++n) add(std::string(n, '#'));
             words = {std::string(300, '#'),
                      std::string(40, '#') + "\xD6\xD0" + std::string(40, '#')};
         }
@@ -472,14 +450,12 @@ TEST(PdatWordSetModel, LookupsScansAndSegmentsAgreeBeforeAndAfterSaveAndLoad) {
         ASSERT_TRUE(loaded.Load(sFile.c_str()));  // mode and scan index follow the file
         std::vector<std::string> texts = words;
         for (int k = 0; k < 40; ++k)
-            texts.push_back(RandomText(rng, words, chars, round % 5 ? 40 : 400));
-        for (int k = 0; k < 40; ++k) texts.push_back(RandomWord(rng, chars, 5));
+            texts.push_back(RandomText(rnd, words, chars, round % 5 ? 40 : 400));
+        for (int k = 0; k < 40; ++k) texts.push_back(rnd.Word(chars, 5));
         for (const std::string& t : texts) {
             const std::string want = model.Answers(t);
-            ASSERT_EQ(Answers(dict, t), want)
-                << "seed " << seed << " round " << round << " text " << t;
-            ASSERT_EQ(Answers(loaded, t), want)
-                << "reloaded, seed " << seed << " round " << round << " text " << t;
+            ASSERT_EQ(Answers(dict, t), want) << "text " << t;
+            ASSERT_EQ(Answers(loaded, t), want) << "reloaded, text " << t;
         }
     }
 }
