@@ -17,7 +17,6 @@
 //   --trans-data: the data directory holding "Data" (default: the build's).
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -121,8 +120,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string sGBK = qxbench::ReadWholeFile(opts.sData + "/prose.txt");
-    IconvHandle toUTF8("UTF-8", "GBK");
-    const std::string sUTF8 = Iconv(toUTF8.cd, sGBK);
+    std::string sUTF8;
+    CIconv("UTF-8", "GBK").Convert(sGBK, sUTF8, CIconv::OnBad::kSkip);
     std::printf("prose: %.2f MB GBK, %.2f MB UTF-8; fastest of %d runs\n", sGBK.size() / 1e6,
                 sUTF8.size() / 1e6, opts.nRepeat);
 

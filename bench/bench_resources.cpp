@@ -118,10 +118,7 @@ void MeasureMapComplete(const Options& opt) {
 void MeasureMapFiles(const Options& opt) {
     CIDMaps map;
     AddPairs(map, opt.nPairs);
-    {
-        QuietStdout quiet;
-        map.MapComplete();
-    }
+    map.MapComplete(nullptr);
     const std::string sPath = opt.sDir + "/bench.map";
     const double fSaveMs = BestMs(opt.nRepeat, [&] {
         if (!map.Save(sPath.c_str())) Fail("cannot save " + sPath);

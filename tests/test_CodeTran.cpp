@@ -1,6 +1,6 @@
 // The translator on a small hand-made data folder: the resource table and its
 // load order, the word walk as rows of {code, direction, text -> translation},
-// the reports and the file forms. The folder also serves the exported calls'
+// the reports. The folder also serves the exported calls'
 // round trip (test_QXClassifier.cpp).
 #include <gtest/gtest.h>
 
@@ -154,18 +154,6 @@ TEST_F(CodeTranTest, WordsConvertOrBecomeMarkedBlanks) {
     const std::string sLine = "Cannot find map info of " + kShuU + "\n",
                       sErr = m_log.DayFile(".err");
     EXPECT_NE(sErr.find(sLine, sErr.find(sLine) + 1), std::string::npos);
-}
-
-// The file forms: code 1 drops a leading byte-order mark going into GBK and
-// writes one coming out; each file gains a line end.
-TEST_F(CodeTranTest, FileFormsHandleTheByteOrderMarkOfCodeOne) {
-    CCodeTran tran(m_dir.path().c_str(), 1);
-    const std::string sIn = m_dir.write("in", kBom + kZhongU), sGbk = m_dir.file("gbk");
-    ASSERT_TRUE(tran.CodeToGBKFile(sIn.c_str(), sGbk.c_str()));
-    EXPECT_EQ(qxtest::ReadBytes(sGbk), kZhongG + "\n");
-    ASSERT_TRUE(tran.GBKToCodeFile(sGbk.c_str(), sIn.c_str()));
-    EXPECT_EQ(qxtest::ReadBytes(sIn), kBom + kZhongU + "\n\n");
-    EXPECT_FALSE(tran.CodeToGBKFile(m_dir.file("missing").c_str(), sGbk.c_str()));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // Dictionary files: a golden file pinning the binary layout, malformed files
-// named for what they prove, the import/export text rules with the progress
-// lines, and FileSegment. Random round trips are in test_PDAT_oracle.cpp.
+// named for what they prove, the import/export text rules
+// and FileSegment. Random round trips are in test_PDAT_oracle.cpp.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -122,24 +122,6 @@ TEST_F(PdatFileTest, ImportReadsBracketsAndUnderscoresAndExportSpellsTheWordsBac
     EXPECT_EQ(0, dict.Import(Path("missing.txt").c_str(), nullptr));
     EXPECT_FALSE(std::filesystem::exists(Path("missing.txt_export.txt")));
     EXPECT_FALSE(dict.Export(Path("no/dir.txt").c_str()));
-}
-
-TEST_F(PdatFileTest, ImportPrintsAProgressLineEveryHundredWordsWhereItIsTold) {
-    std::string sWords;
-    for (int k = 0; k < 250; ++k) sWords += "w" + std::to_string(k) + "\n";
-    const std::string sIn = m_dir.write("many.txt", sWords + "w5\n");  // a repeat at 250
-    const std::string kLines = "100\tw99 Completed!\r200\tw199 Completed!\r";
-    CPDAT dict(0);
-    int nCount = 0;
-    EXPECT_EQ(kLines, qxtest::CaptureStdout([&] { nCount = dict.Import(sIn.c_str(), nullptr); }));
-    EXPECT_EQ(250, nCount);
-    FILE* fp = std::fopen(Path("progress.txt").c_str(), "w");
-    EXPECT_EQ("", qxtest::CaptureStdout([&] {
-                  dict.Import(sIn.c_str(), nullptr, fp);
-                  dict.Import(sIn.c_str(), nullptr, nullptr);  // silent
-              }));
-    std::fclose(fp);
-    EXPECT_EQ(kLines, ReadBytes(Path("progress.txt")));
 }
 
 TEST_F(PdatFileTest, FileSegmentWritesTabSeparatedSegments) {

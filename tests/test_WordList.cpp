@@ -1,5 +1,5 @@
 // The word list and its scrambler: the file bytes (golden, plain and
-// scrambled), GetWord's edges, round trips, rejected files, the text import;
+// scrambled), GetWord's edges, round trips, rejected files;
 // the scrambler's forms against the repeating-key definition.
 #include "WordList.h"
 
@@ -93,21 +93,6 @@ TEST_F(WordListTest, MalformedFilesAreRejectedAndLeaveTheListAlone) {
         EXPECT_EQ((std::vector<std::string>{"", "kept", "kept", ""}), AllWords(list));
         EXPECT_EQ(1, list.GetItemCount());
     }
-}
-
-TEST_F(WordListTest, ImportReadsBracketsAndUnderscoresAndWritesTheExportCopy) {
-    qxtest::ScopedProgress quiet(false);
-    auto pDict = qxtest::MakeDict({"xy", "[ab cd", "ab cd", "\xC4\xE3\xBA\xC3"});  // ..., 你好
-    const std::string sPath = m_dir.write("words.txt",
-                                          "\xEF\xBB\xBFxy\n[ab cd] tail\n\n \t \nab_cd\n"
-                                          "\xC4\xE3\xBA\xC3 extra\nzz\n");
-    CWordList list(false, nullptr);
-    EXPECT_EQ(4, list.Import(sPath.c_str(), pDict.get()));  // zz is not in the dictionary
-    EXPECT_EQ("xy\n[[ab cd]\n[ab cd]\n\xC4\xE3\xBA\xC3\nzz\n",
-              ReadBytes(sPath + "_wordlist_export.txt"));
-    EXPECT_EQ((std::vector<std::string>{"", "xy", "[ab cd", "ab cd", "\xC4\xE3\xBA\xC3", ""}),
-              AllWords(list));
-    EXPECT_EQ(0, list.Import(m_dir.file("missing").c_str(), nullptr));
 }
 
 // Byte i meets key byte i mod the key length (136 bytes, ends pinned), from
