@@ -63,11 +63,7 @@ bool WriteWhole(const char* sPath, const char* pData, long nSize) {
     }
     const bool bWritten =
         std::fwrite(pData, 1, static_cast<size_t>(nSize), fp.get()) == static_cast<size_t>(nSize);
-    if (!CloseWritten(std::move(fp), bWritten)) {
-        ReportError("Cannot write file " + NameOf(sPath));
-        return false;
-    }
-    return true;
+    return CloseWritten(std::move(fp), bWritten, "Cannot write file " + NameOf(sPath));
 }
 
 }  // namespace

@@ -304,9 +304,7 @@ bool CIDMaps::Save(const char* path) {
     bool bOk = std::fwrite(nHead, 4, 2, fp.get()) == 2 &&
                (nData == 0 || std::fwrite(m_pData.get(), 4, nData, fp.get()) == nData) &&
                (nIndex == 0 || std::fwrite(m_pIndex.get(), 8, nIndex, fp.get()) == nIndex);
-    bOk = CloseWritten(std::move(fp), bOk);
-    if (!bOk) ReportError("Cannot write id map file " + NameOf(path));
-    return bOk;
+    return CloseWritten(std::move(fp), bOk, "Cannot write id map file " + NameOf(path));
 }
 
 bool CIDMaps::Load(const char* path) {

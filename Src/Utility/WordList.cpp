@@ -268,9 +268,7 @@ bool CWordList::Save(const char* path) {
     vecHead.push_back(m_nWordListDataSize);
     bool bOk = WriteAll(fp.get(), vecHead.data(), vecHead.size() * 4) &&
                WriteText(fp.get(), m_pWordListBuf.get(), m_nWordListDataSize, m_bEncript);
-    bOk = CloseWritten(std::move(fp), bOk);
-    if (!bOk) ReportError("Cannot write word list file " + NameOf(path));
-    return bOk;
+    return CloseWritten(std::move(fp), bOk, "Cannot write word list file " + NameOf(path));
 }
 
 bool CWordList::Load(const char* path) {

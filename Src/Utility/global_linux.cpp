@@ -173,8 +173,10 @@ FilePtr OpenFile(const char* sPath, const char* sMode) {
     return FilePtr(sPath ? std::fopen(sPath, sMode) : nullptr, &std::fclose);
 }
 
-bool CloseWritten(FilePtr fp, bool bWritten) {
-    return std::fclose(fp.release()) == 0 && bWritten;
+bool CloseWritten(FilePtr fp, bool bWritten, const std::string& sFailure) {
+    if (std::fclose(fp.release()) == 0 && bWritten) return true;
+    ReportError(sFailure);
+    return false;
 }
 
 bool WriteAll(FILE* fp, const void* pData, size_t nBytes) {

@@ -112,9 +112,9 @@ using FilePtr = std::unique_ptr<FILE, decltype(&std::fclose)>;
 FilePtr OpenFile(const char* sPath, const char* sMode);
 
 // Closes a file that was written through fp. True when bWritten (the writes
-// succeeded) and the close succeeded (it flushes); false otherwise, the file
-// closed either way.
-bool CloseWritten(FilePtr fp, bool bWritten);
+// succeeded) and the close succeeded (it flushes); otherwise reports
+// sFailure (ReportError) and returns false. The file is closed either way.
+bool CloseWritten(FilePtr fp, bool bWritten, const std::string& sFailure);
 
 // Writes the nBytes at pData to fp. True when all were written (always for 0
 // bytes, without touching fp or pData); false on a short write.
