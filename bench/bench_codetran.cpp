@@ -24,6 +24,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "BenchData.h"
@@ -130,17 +131,19 @@ int main(int argc, char** argv) {
     std::string sBig5;
     big5->GBKToCode(sGBK.c_str(), sBig5);
 
-    Measure(
-        "utf8 -> gbk", opts, sUTF8, [&](std::string& r) { utf8->CodeToGBK(sUTF8.c_str(), r); },
-        "GBK", "UTF-8");
-    Measure(
-        "gbk -> utf8", opts, sGBK, [&](std::string& r) { utf8->GBKToCode(sGBK.c_str(), r); },
-        "UTF-8", "GBK");
-    Measure(
-        "big5 -> gbk", opts, sBig5, [&](std::string& r) { big5->CodeToGBK(sBig5.c_str(), r); },
-        "GBK", "BIG5");
-    Measure(
-        "gbk -> big5", opts, sGBK, [&](std::string& r) { big5->GBKToCode(sGBK.c_str(), r); },
-        "BIG5", "GBK");
+    // name, translator, direction (true: into GBK), input, iconv's target and source
+    const std::tuple<const char*, CCodeTran*, bool, const std::string*, const char*, const char*>
+        kRows[] = {{"utf8 -> gbk", utf8.get(), true, &sUTF8, "GBK", "UTF-8"},
+                   {"gbk -> utf8", utf8.get(), false, &sGBK, "UTF-8", "GBK"},
+                   {"big5 -> gbk", big5.get(), true, &sBig5, "GBK", "BIG5"},
+                   {"gbk -> big5", big5.get(), false, &sGBK, "BIG5", "GBK"}};
+    for (const auto& [sName, pTran, bIn, pText, sTo, sFrom] : kRows) {
+        Measure(
+            sName, opts, *pText,
+            [&, pTran = pTran, bIn = bIn, pText = pText](std::string& r) {
+                bIn ? pTran->CodeToGBK(pText->c_str(), r) : pTran->GBKToCode(pText->c_str(), r);
+            },
+            sTo, sFrom);
+    }
     return 0;
 }
