@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -192,6 +193,32 @@ TEST(PdatSegment, HandlesOfWordsOnlyMaxLenAndOwnBuffer) {
     EXPECT_EQ(0, dict->MMSegment("ab", nullptr, nullptr, nullptr, nullptr, false, true, -1, '/'));
     std::free(pHandles);
     std::free(pResult);
+}
+
+// Threads share one completed byte-mode dictionary; their first scans race
+// to build its scan index (run under ThreadSanitizer by the test command).
+TEST(PdatConcurrent, ConstScansFromManyThreadsAgreeWithOneThread) {
+    std::vector<std::string> words;
+    std::string text;
+    for (unsigned k = 0; k < 3000; ++k) {
+        words.push_back({char(0xB0 + k % 7), char(0xA1 + k % 13), char(0xB0 + k % 11),
+                         char(0xA1 + k / 7 % 17)});
+        text += words.back().substr(k % 3) + (k % 5 ? "" : "ab ");
+    }
+    const auto shared = Build(1, words);
+    const auto scan = [&text](const CPDAT& d, std::string& out) {
+        std::vector<_stScanSpan> spans;
+        d.MMFullScanSpans(text.c_str(), spans);
+        for (const auto& x : spans)
+            out += std::to_string(x.iStart) + "+" + std::to_string(x.nLen) + "=" +
+                   std::to_string(x.nHandle) + (x.bBlank ? "_ " : " ");
+    };
+    std::string want, got[4];
+    scan(*Build(1, words), want);
+    std::vector<std::thread> threads;
+    for (auto& out : got) threads.emplace_back([&] { scan(*shared, out); });
+    for (auto& t : threads) t.join();
+    for (const auto& out : got) EXPECT_TRUE(out == want);
 }
 
 }  // namespace

@@ -30,14 +30,18 @@
 // PDATScan.cpp (MMFullScan), PDATSegment.cpp (MMSegment), PDATFile.cpp
 // (Save, Load, Import, Export); PDATChars.h and PDATWalk.h are internal.
 //
-// Thread-safety: none; callers serialise all calls. (The const lookups Find,
-// GetWords, GetMaxWord and IsValidString modify nothing; MMFullScanSpans,
-// like MMFullScan, builds the byte-mode scan index on its first call after
-// the dictionary changed.)
+// Thread-safety: on a completed dictionary the const calls (Find, GetWords,
+// GetMaxWord, IsValidString, MMFullScanSpans, MMSegmentSpans) may run from
+// any number of threads at once. The byte-mode scan index that
+// MMFullScanSpans needs is built once, under a lock, by whichever call comes
+// first (or ahead of time by PrepareScans). Every other call needs the
+// dictionary to itself: callers serialise them.
 #pragma once
 
+#include <atomic>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -264,6 +268,11 @@ class CPDAT {
     // valid until the next scan; empty for null or empty text.
     char* MMFullScan(const char* text);
 
+    // Builds what the full scan needs (the byte-mode scan index) now rather
+    // than on the first scan, so that later scans only read. Does nothing
+    // when it is built already or the dictionary is not in mode 1.
+    void PrepareScans() const { GetScanIndex(); }
+
     // The words MMFullScan(text) writes, in order, as spans of text (cleared
     // first): each span's bytes, plus a blank where bBlank, concatenated give
     // MMFullScan's result exactly, output cap included. Lets a caller take
@@ -366,7 +375,11 @@ class CPDAT {
     int m_nMode;                             // character mode 0, 1 or 2
     std::string m_sTopWords;                 // GetTopWords text
     bool m_bWordAddCompleted;
-    std::unique_ptr<ChildIndex, ChildIndexDelete> m_pChildIndex;       // construction only
-    mutable std::unique_ptr<ScanIndex, ScanIndexDelete> m_pScanIndex;  // see GetScanIndex
-    mutable bool m_bScanIndexBuilt = false;                            // m_pScanIndex is current
+    std::unique_ptr<ChildIndex, ChildIndexDelete> m_pChildIndex;  // construction only
+    // The scan index and its state: m_bScanIndexBuilt is set (release) once
+    // m_pScanIndex is current; the build runs under m_scanIndexLock, so
+    // concurrent const scans build it once and then only read it.
+    mutable std::unique_ptr<ScanIndex, ScanIndexDelete> m_pScanIndex;
+    mutable std::atomic<bool> m_bScanIndexBuilt{false};
+    mutable std::mutex m_scanIndexLock;
 };

@@ -464,22 +464,29 @@ void CPDAT::ScanIndexDelete::operator()(ScanIndex* p) const {
     delete p;
 }
 
+// Called by the mutators only, which have the dictionary to themselves.
 void CPDAT::InvalidateScanIndex() {
     m_pScanIndex.reset();
-    m_bScanIndexBuilt = false;
+    m_bScanIndexBuilt.store(false, std::memory_order_relaxed);
 }
 
 // Built lazily so that building or loading a dictionary costs no more than
-// the cells themselves. Only byte mode has an index.
+// the cells themselves. Only byte mode has an index. Double-checked: the
+// acquire load pairs with the release store, so a reader that sees the flag
+// set also sees the finished index.
 const CPDAT::ScanIndex* CPDAT::GetScanIndex() const {
-    if (!m_bScanIndexBuilt && m_nMode == 1) {
-        try {
-            std::unique_ptr<ScanIndex> x(new ScanIndex());
-            if (x->Build(m_pData, LastCell(), m_charset)) m_pScanIndex.reset(x.release());
-        } catch (const std::bad_alloc&) {  // the general walk gives the same result
+    if (m_bScanIndexBuilt.load(std::memory_order_acquire)) return m_pScanIndex.get();
+    std::lock_guard<std::mutex> lock(m_scanIndexLock);
+    if (!m_bScanIndexBuilt.load(std::memory_order_relaxed)) {
+        if (m_nMode == 1) {
+            try {
+                std::unique_ptr<ScanIndex> x(new ScanIndex());
+                if (x->Build(m_pData, LastCell(), m_charset)) m_pScanIndex.reset(x.release());
+            } catch (const std::bad_alloc&) {  // the general walk gives the same result
+            }
         }
+        m_bScanIndexBuilt.store(true, std::memory_order_release);
     }
-    m_bScanIndexBuilt = true;
     return m_pScanIndex.get();
 }
 
