@@ -1,57 +1,22 @@
 // QXRuleText.cpp - encoding detection and UTF-8 to GBK conversion of rule
 // lists.
 //
-// UTF-8 is decoded here, strictly (RFC 3629: no overlong forms, no
-// surrogates, nothing above U+10FFFF), one character at a time. ASCII is
-// copied; any other character is converted by iconv from UTF-32 to GBK,
-// with a cache per call because rule lists repeat their characters. The
-// source offset of each character is written once per GBK byte it becomes.
+// UTF-8 lists are converted by ToGbk (QXText.h), whose problems become
+// diagnostics at their places.
 // GBK lists are only checked, against glibc's own GBK table (the one the
 // translator and the documents' conversion use).
 #include "QXRuleText.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <unordered_map>
 
 #include "Iconv.h"
+#include "QXText.h"
 
 namespace qx {
 namespace {
 
 constexpr unsigned char kBom[] = {0xEF, 0xBB, 0xBF};
-
-bool InRange(unsigned char c, unsigned char lo, unsigned char hi) {
-    return c >= lo && c <= hi;
-}
-
-// Length of the valid UTF-8 sequence at p (n bytes left) and its code point
-// in cp; 0 when the bytes there are not a valid sequence.
-size_t Utf8Sequence(const unsigned char* p, size_t n, char32_t& cp) {
-    const unsigned char c = p[0];
-    if (c < 0x80) return cp = c, 1;
-    size_t len;
-    unsigned char lo = 0x80, hi = 0xBF;  // the second byte's range
-    if (InRange(c, 0xC2, 0xDF)) {
-        len = 2, cp = c & 0x1F;
-    } else if (InRange(c, 0xE0, 0xEF)) {
-        len = 3, cp = c & 0x0F;
-        if (c == 0xE0) lo = 0xA0;
-        if (c == 0xED) hi = 0x9F;
-    } else if (InRange(c, 0xF0, 0xF4)) {
-        len = 4, cp = c & 0x07;
-        if (c == 0xF0) lo = 0x90;
-        if (c == 0xF4) hi = 0x8F;
-    } else {
-        return 0;
-    }
-    if (n < len || !InRange(p[1], lo, hi)) return 0;
-    for (size_t i = 1; i < len; ++i) {
-        if (!InRange(p[i], 0x80, 0xBF)) return 0;
-        cp = (cp << 6) | (p[i] & 0x3F);
-    }
-    return len;
-}
 
 bool StartsWithBom(std::string_view b) {
     return b.size() >= 3 && b.compare(0, 3, reinterpret_cast<const char*>(kBom), 3) == 0;
@@ -68,6 +33,13 @@ std::string Hex(unsigned v, int nDigits) {
     char s[16];
     std::snprintf(s, sizeof s, "%0*X", nDigits, v);
     return s;
+}
+
+// "U+XXXX (c)" for the valid multi-byte UTF-8 sequence c.
+std::string Named(std::string_view c) {
+    unsigned cp = static_cast<unsigned char>(c[0]) & (0x7F >> c.size());
+    for (size_t i = 1; i < c.size(); ++i) cp = cp << 6 | (static_cast<unsigned char>(c[i]) & 0x3F);
+    return "U+" + Hex(cp, 4) + " (" + std::string(c) + ")";
 }
 
 // Which two-byte sequences glibc's GBK table holds, by (lead << 8 | trail);
@@ -104,45 +76,6 @@ void CheckGbk(std::string_view b, const std::string& sFile, const CLineTable& li
     }
 }
 
-void ConvertUtf8(std::string_view b, size_t nFrom, const std::string& sFile,
-                 const CLineTable& lines, RuleText& out, std::vector<Diagnostic>& vDiags) {
-    CIconv toGbk("GBK", "UTF-32LE");
-    std::unordered_map<char32_t, std::string> cache;
-    const auto* p = reinterpret_cast<const unsigned char*>(b.data());
-    std::string sGbk;
-    for (size_t i = nFrom; i < b.size();) {
-        char32_t cp = 0;
-        const size_t len = Utf8Sequence(p + i, b.size() - i, cp);
-        const std::string* pOut = &sGbk;
-        if (len == 0) {
-            Add(vDiags, sFile, lines, i, Severity::kWarning,
-                "byte 0x" + Hex(p[i], 2) + " is not valid UTF-8");
-            sGbk = kNoGbkPlaceholder;
-        } else if (cp < 0x80) {
-            sGbk.assign(1, static_cast<char>(cp));
-        } else {
-            auto it = cache.find(cp);
-            if (it == cache.end()) {
-                const char s32[4] = {char(cp), char(cp >> 8), char(cp >> 16), char(cp >> 24)};
-                std::string sConv;
-                if (!toGbk.Convert(s32, 4, sConv)) sConv.clear();
-                it = cache.emplace(cp, sConv).first;
-            }
-            if (it->second.empty()) {
-                Add(vDiags, sFile, lines, i, Severity::kError,
-                    "character U+" + Hex(cp, 4) + " (" + std::string(b.substr(i, len)) +
-                        ") has no GBK form");
-                sGbk = kNoGbkPlaceholder;
-            } else {
-                pOut = &it->second;
-            }
-        }
-        out.sGbk += *pOut;
-        out.vSource.insert(out.vSource.end(), pOut->size(), static_cast<uint32_t>(i));
-        i += len == 0 ? 1 : len;
-    }
-}
-
 }  // namespace
 
 size_t RuleText::SourceOffset(size_t nGbk) const {
@@ -154,10 +87,8 @@ size_t RuleText::SourceOffset(size_t nGbk) const {
 RuleEncoding DetectRuleEncoding(std::string_view b) {
     if (StartsWithBom(b)) return RuleEncoding::kUtf8;
     bool bMultiByte = false;
-    const auto* p = reinterpret_cast<const unsigned char*>(b.data());
     for (size_t i = 0; i < b.size();) {
-        char32_t cp;
-        const size_t len = Utf8Sequence(p + i, b.size() - i, cp);
+        const size_t len = Utf8SequenceLength(b.substr(i));
         if (len == 0) return RuleEncoding::kGbk;
         bMultiByte |= len > 1;
         i += len;
@@ -177,8 +108,20 @@ bool DecodeRuleText(std::string_view bytes, RuleEncoding eEncoding, const std::s
     } else {
         out.bUtf8 = true;
         out.nSkipped = StartsWithBom(bytes) ? 3 : 0;
-        ConvertUtf8(bytes, out.nSkipped, sFile, lines, out, vDiags);
+        GbkText text;
+        std::vector<TextProblem> vProblems;
+        ToGbk(bytes, out.nSkipped, TextEncoding::kUtf8, text, vProblems);
+        out.sGbk = std::move(text.sGbk);
+        out.vSource = std::move(text.vSource);
+        for (const TextProblem& x : vProblems) {
+            const std::string_view c = bytes.substr(x.nOffset, x.nLen);
+            Add(vDiags, sFile, lines, x.nOffset, x.bInvalid ? Severity::kWarning : Severity::kError,
+                x.bInvalid
+                    ? "byte 0x" + Hex(static_cast<unsigned char>(c[0]), 2) + " is not valid UTF-8"
+                    : "character " + Named(c) + " has no GBK form");
+        }
     }
+    out.nSourceSize = bytes.size();
     return std::none_of(vDiags.begin() + static_cast<std::ptrdiff_t>(nBefore), vDiags.end(),
                         [](const Diagnostic& d) { return d.eSeverity == Severity::kError; });
 }

@@ -29,13 +29,9 @@
 #include <vector>
 
 #include "QXDiagnostic.h"
+#include "QXText.h"
 
 namespace qx {
-
-// GBK of 〓 (U+3013, the geta mark that typesetters put where a glyph is
-// missing): what a character without a GBK form becomes. No keyword can
-// match it, since a keyword that contains it is refused.
-inline constexpr char kNoGbkPlaceholder[] = "\xA1\xFE";
 
 enum class RuleEncoding { kAuto, kGbk, kUtf8 };
 
@@ -46,6 +42,7 @@ struct RuleText {
     // UTF-8 lists: the source offset of each byte of sGbk. Empty for GBK,
     // where the offsets are the same.
     std::vector<uint32_t> vSource;
+    size_t nSourceSize = 0;  // bytes of the caller's list
 
     // The offset in the caller's bytes of byte nGbk of sGbk (the end of the
     // source for nGbk at or past the end).

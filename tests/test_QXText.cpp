@@ -1,5 +1,6 @@
-// Rule lists in GBK or UTF-8: the encoding decision, the conversion to GBK
-// with each byte's source offset, and the diagnostics with their places.
+// Text into GBK with each byte's source offset: documents in UTF-8 and
+// GB18030 character by character, rule lists in GBK or UTF-8 with the
+// encoding decision and diagnostics at their places.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -7,10 +8,52 @@
 #include <vector>
 
 #include "QXRuleText.h"
+#include "QXText.h"
 
 namespace {
 
 using qx::RuleEncoding;
+using qx::TextEncoding;
+
+// Rows: encoding, bytes -> GBK, source offset per GBK byte, problems as
+// "offset+length" with "!" for an invalid byte. Nothing is dropped or moved.
+TEST(QXText, DocumentsConvertExactlyWithPlaceholdersAtTheirPlaces) {
+    const std::string kPh = qx::kNoGbkPlaceholder;
+    const std::tuple<TextEncoding, std::string, std::string, std::vector<uint32_t>, std::string>
+        kRows[] = {{TextEncoding::kUtf8,
+                    "\t a\r\n\xE4\xB8\xAD\t",
+                    "\t a\r\n\xD6\xD0\t",  // 中
+                    {0, 1, 2, 3, 4, 5, 5, 8},
+                    ""},
+                   {TextEncoding::kUtf8,
+                    "\xF0\x9F\x98\x80x\xFF",
+                    kPh + "x" + kPh,
+                    {0, 0, 4, 5, 5},
+                    "0+4 5+1! "},
+                   {TextEncoding::kGb18030,
+                    "\xD6\xD0\xA2\xE3\x95\x32\x82\x36",
+                    "\xD6\xD0\x80" + kPh,
+                    {0, 0, 2, 4, 4},
+                    "4+4 "},  // 中, €, U+20000
+                   {TextEncoding::kGb18030,
+                    "\x80\x81 a",
+                    kPh + kPh + " a",
+                    {0, 0, 1, 1, 2, 3},
+                    "0+1! 1+1! "}};
+    for (const auto& [eEnc, sBytes, sGbk, vSource, sProblems] : kRows) {
+        SCOPED_TRACE(testing::PrintToString(sBytes));
+        qx::GbkText text;
+        std::vector<qx::TextProblem> vProblems;
+        qx::ToGbk(sBytes, 0, eEnc, text, vProblems);
+        std::string sGot;
+        for (const auto& x : vProblems)
+            sGot += std::to_string(x.nOffset) + "+" + std::to_string(x.nLen) +
+                    (x.bInvalid ? "! " : " ");
+        EXPECT_EQ(text.sGbk, sGbk);
+        EXPECT_EQ(text.vSource, vSource);
+        EXPECT_EQ(sGot, sProblems);
+    }
+}
 
 TEST(QXRuleText, EncodingIsDecidedByMarkThenByValidMultiByteUtf8) {
     const std::tuple<std::string, RuleEncoding> kRows[] = {
