@@ -201,7 +201,8 @@ class CTextParser {
     std::string m_sText;  // title + separator + content as scanned
 
   private:
-    struct CIndex;  // the compiled evaluation index, see TextParserIndex.h
+    struct CIndex;    // the compiled evaluation index, see TextParserIndex.h
+    struct CScratch;  // one document's scratch beside it, same header
 
     // Loading (TextParserLoad.cpp).
     bool LoadRule(CXMLParamReader& cReader, int i, FILE* pProgress);
@@ -233,9 +234,10 @@ class CTextParser {
     // Results (TextParserReport.cpp).
     void AppendResults(std::vector<_stResult>& vstResult, int iType);
 
-    std::unique_ptr<CIndex> m_pIndex;   // null until the first classification
-    unsigned long m_nTablesGeneration;  // advanced by every load and fn_vClear
-    bool m_bTextNormalised;             // NEAR's rewrite of m_sText is done
-    std::vector<int> m_viHandleKey;     // dictionary handle -> key number hint
-    const CPDAT* m_pHintDat;            // dictionary m_viHandleKey belongs to
+    std::unique_ptr<CIndex> m_pIndex;      // null until the first classification
+    std::unique_ptr<CScratch> m_pScratch;  // made with the index, sized for it
+    unsigned long m_nTablesGeneration;     // advanced by every load and fn_vClear
+    bool m_bTextNormalised;                // NEAR's rewrite of m_sText is done
+    std::vector<int> m_viHandleKey;        // dictionary handle -> key number hint
+    const CPDAT* m_pHintDat;               // dictionary m_viHandleKey belongs to
 };

@@ -57,15 +57,15 @@ bool CTextParser::fn_bClassify(_stDoc& d, int iType) {
         fn_bResetResult();
         CompileIndex();
     }
-    CIndex& x = *m_pIndex;
+    CScratch& s = *m_pScratch;
     m_sClassifyResult.clear();
     m_sDetail.clear();
-    if (x.bPrimed)
+    if (s.bPrimed)
         RestoreTouched();
     else
         PrimeSubRuleDefaults();
-    x.NextStamp();
-    x.viTouchedRules.clear();
+    s.NextStamp();
+    s.viTouchedRules.clear();
     m_sText.reserve(d.sTitle.size() + kSeparatorLen + d.sContent.size());
     m_sText.assign(d.sTitle).append(kSeparatorWord).append(d.sContent);
     m_bTextNormalised = false;
@@ -89,10 +89,10 @@ bool CTextParser::fn_bResetResult() {
     m_vstRuleResult = m_vstRuleResultInit;
     if (bIndexed) {  // same layout as before: the index stays valid
         m_pIndex->nCountsVersion = m_msvWordRule.Version();
-        m_pIndex->bPrimed = false;
-        m_pIndex->viDirtySlots.clear();
-        m_pIndex->viDirtySubs.clear();
-        m_pIndex->viDirtyRules.clear();
+        m_pScratch->bPrimed = false;
+        m_pScratch->viDirtySlots.clear();
+        m_pScratch->viDirtySubs.clear();
+        m_pScratch->viDirtyRules.clear();
     }
     return true;
 }
@@ -101,29 +101,31 @@ bool CTextParser::fn_bResetResult() {
 // sub-rules (back to their defaults) and its written rule results.
 void CTextParser::RestoreTouched() {
     CIndex& x = *m_pIndex;
-    for (int iSlot : x.viDirtySlots)
+    CScratch& s = *m_pScratch;
+    for (int iSlot : s.viDirtySlots)
         m_msvWordRule.RestoreSlot(iSlot, m_msvWordRuleInit.SlotValue(iSlot));
-    for (int i : x.viDirtySubs) {
+    for (int i : s.viDirtySubs) {
         m_vstSubRuleResult[static_cast<size_t>(i)] = m_vstSubRuleResultInit[static_cast<size_t>(i)];
         m_vstSubRuleResult[static_cast<size_t>(i)].bSuccess =
             x.vbSubDefault[static_cast<size_t>(i)];
     }
-    for (int r : x.viDirtyRules)
+    for (int r : s.viDirtyRules)
         m_vstRuleResult[static_cast<size_t>(r)] = m_vstRuleResultInit[static_cast<size_t>(r)];
-    x.viDirtySlots.clear();
-    x.viDirtySubs.clear();
-    x.viDirtyRules.clear();
+    s.viDirtySlots.clear();
+    s.viDirtySubs.clear();
+    s.viDirtyRules.clear();
 }
 
 // REQUIRES: the per-document tables equal their clean copies. Gives every
 // sub-rule its outcome on a document without hits.
 void CTextParser::PrimeSubRuleDefaults() {
     CIndex& x = *m_pIndex;
+    CScratch& s = *m_pScratch;
     for (size_t i = 0; i < x.nSubEval; ++i) m_vstSubRuleResult[i].bSuccess = x.vbSubDefault[i];
-    x.viDirtySlots.clear();
-    x.viDirtySubs.clear();
-    x.viDirtyRules.clear();
-    x.bPrimed = true;
+    s.viDirtySlots.clear();
+    s.viDirtySubs.clear();
+    s.viDirtyRules.clear();
+    s.bPrimed = true;
 }
 
 // ======================================================================
@@ -136,11 +138,12 @@ void CTextParser::PrimeSubRuleDefaults() {
 bool CTextParser::ScanAndCount() {
     if (m_pDat == nullptr) return false;
     CIndex& x = *m_pIndex;
-    m_pDat->MMFullScanSpans(m_sText.c_str(), x.vSpans);
+    CScratch& s = *m_pScratch;
+    m_pDat->MMFullScanSpans(m_sText.c_str(), s.vSpans);
     const std::vector<int>* pHints = m_pHintDat == m_pDat ? &m_viHandleKey : nullptr;
     const char* pText = m_sText.data();
     bool bInContent = false;
-    for (const _stScanSpan& stSpan : x.vSpans) {
+    for (const _stScanSpan& stSpan : s.vSpans) {
         const char* p = pText + stSpan.iStart;
         const size_t n = static_cast<size_t>(stSpan.nLen);
         const int iKey = x.KeyOfSpan(pHints, stSpan.nHandle, p, n);
@@ -188,12 +191,13 @@ void CTextParser::CountPieces(const char* p, size_t n, bool bContent) {
 // One occurrence of keyword iKey in the title or the content.
 void CTextParser::CountKeyword(int iKey, bool bContent) {
     CIndex& x = *m_pIndex;
+    CScratch& s = *m_pScratch;
     const int f = bContent ? 1 : 0;
     const int nEnd = x.viIncBegin[f][static_cast<size_t>(iKey) + 1];
     for (int e = x.viIncBegin[f][static_cast<size_t>(iKey)]; e < nEnd; ++e) {
         const std::pair<int, int>& inc = x.vIncs[f][static_cast<size_t>(e)];
         if (m_msvWordRule.AddToSlot(inc.first, inc.second) != 0) continue;
-        x.viDirtySlots.push_back(inc.first);
+        s.viDirtySlots.push_back(inc.first);
         TouchSubRule(m_msvWordRule.SlotSubRule(inc.first));
     }
 }
@@ -201,16 +205,17 @@ void CTextParser::CountKeyword(int iKey, bool bContent) {
 // Marks sub-rule i and its rules for a fresh decision on this document.
 void CTextParser::TouchSubRule(int i) {
     CIndex& x = *m_pIndex;
+    CScratch& s = *m_pScratch;
     if (static_cast<size_t>(i) >= x.nSubEval) return;  // no result entry to decide into
-    if (x.vnSubStamp[static_cast<size_t>(i)] == x.nStamp) return;
-    x.vnSubStamp[static_cast<size_t>(i)] = x.nStamp;
-    x.viDirtySubs.push_back(i);
+    if (s.vnSubStamp[static_cast<size_t>(i)] == s.nStamp) return;
+    s.vnSubStamp[static_cast<size_t>(i)] = s.nStamp;
+    s.viDirtySubs.push_back(i);
     for (int e = x.viSubOwnerBegin[static_cast<size_t>(i)];
          e < x.viSubOwnerBegin[static_cast<size_t>(i) + 1]; ++e) {
         const int r = x.viSubOwner[static_cast<size_t>(e)];
-        if (x.vnRuleStamp[static_cast<size_t>(r)] == x.nStamp) continue;
-        x.vnRuleStamp[static_cast<size_t>(r)] = x.nStamp;
-        x.viTouchedRules.push_back(r);
+        if (s.vnRuleStamp[static_cast<size_t>(r)] == s.nStamp) continue;
+        s.vnRuleStamp[static_cast<size_t>(r)] = s.nStamp;
+        s.viTouchedRules.push_back(r);
     }
 }
 
@@ -239,7 +244,8 @@ void CTextParser::DecideMetadata(const _stDoc& d) {
 // default outcome.
 void CTextParser::DecideTouchedSubRules() {
     const CIndex& x = *m_pIndex;
-    for (int i : x.viDirtySubs)
+    CScratch& s = *m_pScratch;
+    for (int i : s.viDirtySubs)
         if (x.vcSubKind[i] == 0) m_vstSubRuleResult[i].bSuccess = DoSubRule(i, &x);
 }
 
@@ -310,8 +316,8 @@ bool CTextParser::NearTest(const _stRule& stRule, int nDistance, const CIndex* p
         NormaliseNearText(m_sText);
         m_bTextNormalised = true;
     }
-    std::vector<NearSide> vLocal;  // pIndex, when set, is m_pIndex and lends its scratch
-    std::vector<NearSide>& vSides = pIndex ? m_pIndex->vNearSides : vLocal;
+    std::vector<NearSide> vLocal;  // pIndex set: the index is current, its scratch lends the buffer
+    std::vector<NearSide>& vSides = pIndex ? m_pScratch->vNearSides : vLocal;
     vSides.resize(stRule.viSubRule.size());
     for (size_t a = 0; a < vSides.size(); ++a) {
         const int i = stRule.viSubRule[a];
@@ -336,28 +342,29 @@ bool CTextParser::NearTest(const _stRule& stRule, int nDistance, const CIndex* p
 // are picked out by one pass over the rule flags.
 std::vector<_stResult> CTextParser::DecideAndScoreRules() {
     CIndex& x = *m_pIndex;
+    CScratch& s = *m_pScratch;
     const bool bFiredOnly = m_fCertainty > 0;
     auto visit = [&](int r) {
-        const bool bDecide = x.vnRuleStamp[r] == x.nStamp || x.vbRuleVolatile[r];
+        const bool bDecide = s.vnRuleStamp[r] == s.nStamp || x.vbRuleVolatile[r];
         ScoreRule(r, bDecide ? DoRule(r, &x) : x.vbRuleDefault[r] != 0);
-        x.viDirtyRules.push_back(r);
+        s.viDirtyRules.push_back(r);
     };
-    x.viWeighted.clear();
-    if (bFiredOnly && x.viTouchedRules.size() * 8 < x.nRuleEval) {
-        std::sort(x.viTouchedRules.begin(), x.viTouchedRules.end());
-        x.viCandidates.clear();
-        std::set_union(x.viTouchedRules.begin(), x.viTouchedRules.end(), x.viAlways.begin(),
-                       x.viAlways.end(), std::back_inserter(x.viCandidates));
-        for (int r : x.viCandidates) visit(r);
+    s.viWeighted.clear();
+    if (bFiredOnly && s.viTouchedRules.size() * 8 < x.nRuleEval) {
+        std::sort(s.viTouchedRules.begin(), s.viTouchedRules.end());
+        s.viCandidates.clear();
+        std::set_union(s.viTouchedRules.begin(), s.viTouchedRules.end(), x.viAlways.begin(),
+                       x.viAlways.end(), std::back_inserter(s.viCandidates));
+        for (int r : s.viCandidates) visit(r);
     } else {
         for (int r = 0; static_cast<size_t>(r) < x.nRuleEval; ++r)
-            if (!bFiredOnly || x.vbAlways[r] || x.vnRuleStamp[r] == x.nStamp) visit(r);
+            if (!bFiredOnly || x.vbAlways[r] || s.vnRuleStamp[r] == s.nStamp) visit(r);
     }
-    x.viTouchedRules.clear();
-    std::sort(x.viWeighted.begin(), x.viWeighted.end());  // class numbers follow name order
+    s.viTouchedRules.clear();
+    std::sort(s.viWeighted.begin(), s.viWeighted.end());  // class numbers follow name order
     std::vector<_stResult> vstResult;
-    vstResult.reserve(x.viWeighted.size());
-    for (int c : x.viWeighted) vstResult.push_back(_stResult{x.vsClass[c], x.vfWeight[c]});
+    vstResult.reserve(s.viWeighted.size());
+    for (int c : s.viWeighted) vstResult.push_back(_stResult{x.vsClass[c], s.vfWeight[c]});
     return vstResult;
 }
 
@@ -367,6 +374,7 @@ std::vector<_stResult> CTextParser::DecideAndScoreRules() {
 // kNoModelSimilarity).
 void CTextParser::ScoreRule(int r, bool bFired) {
     CIndex& x = *m_pIndex;
+    CScratch& s = *m_pScratch;
     const _stRule& stRule = m_vstRules[r];
     _stRuleResult& stRes = m_vstRuleResult[r];
     stRes.bSuccess = bFired;
@@ -376,12 +384,12 @@ void CTextParser::ScoreRule(int r, bool bFired) {
     if (fScore < m_fCertainty) return;
     const int c = x.viRuleClass[r];
     if (fScore > 1.0f) fScore = 1.0f;
-    if (x.vnClassStamp[c] != x.nStamp) {
-        x.vnClassStamp[c] = x.nStamp;
-        x.viWeighted.push_back(c);
-        x.vfWeight[c] = fScore;
-    } else if (fScore > x.vfWeight[c]) {
-        x.vfWeight[c] = fScore;
+    if (s.vnClassStamp[c] != s.nStamp) {
+        s.vnClassStamp[c] = s.nStamp;
+        s.viWeighted.push_back(c);
+        s.vfWeight[c] = fScore;
+    } else if (fScore > s.vfWeight[c]) {
+        s.vfWeight[c] = fScore;
     }
     stRes.bSuccess = true;
 }

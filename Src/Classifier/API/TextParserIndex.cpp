@@ -34,10 +34,6 @@ void CTextParser::CIndex::Compile(const CTextParser& t) {
     CompileKeywords(t);
     CompileSubRules(t);
     CompileRules(t);
-    vnSubStamp.assign(nSubRules, 0);
-    vnRuleStamp.assign(nRuleEval, 0);
-    vnClassStamp.assign(vsClass.size(), 0);
-    vfWeight.assign(vsClass.size(), 0.0f);
 }
 
 void CTextParser::CIndex::CompileKeywords(const CTextParser& t) {
@@ -137,7 +133,7 @@ void CTextParser::CIndex::CompileRules(const CTextParser& t) {
     }
 }
 
-void CTextParser::CIndex::NextStamp() {
+void CTextParser::CScratch::NextStamp() {
     if (++nStamp != 0) return;
     std::fill(vnSubStamp.begin(), vnSubStamp.end(), 0);
     std::fill(vnRuleStamp.begin(), vnRuleStamp.end(), 0);
@@ -162,7 +158,9 @@ bool CTextParser::IndexIsCurrent() const {
 // REQUIRES: the per-document tables equal their clean copies.
 void CTextParser::CompileIndex() {
     m_pIndex.reset();
+    m_pScratch.reset();
     auto pIndex = std::make_unique<CIndex>();
     pIndex->Compile(*this);
+    m_pScratch = std::make_unique<CScratch>(*pIndex);
     m_pIndex = std::move(pIndex);
 }

@@ -12,8 +12,10 @@
 //   - per rule: its relation and NEAR distance, its default outcome when all
 //     its sub-rules are at their defaults, whether it is "volatile" (that
 //     outcome needs the NEAR text test), its class number;
-//   - the per-document scratch: stamps and dirty lists that say what the
-//     current document touched, so that the next one restores only that.
+// The index is read-only once compiled. Everything one document writes while
+// it runs through the pipeline is in a CScratch beside it: stamps and dirty
+// lists that say what the current document touched, so that the next one
+// restores only that, and the buffers of the scan and the scores.
 // Invariant between documents (bPrimed): every sub-rule result not in
 // viDirtySubs is its clean copy with its default outcome; every count slot
 // not in viDirtySlots is its clean value; every rule result not in
@@ -64,20 +66,8 @@ struct CTextParser::CIndex {
     std::vector<int> viRuleClass;
     std::vector<std::string> vsClass;  // by class number, names ascending
 
-    // Per-document state.
-    bool bPrimed = false;  // the invariant above holds
-    unsigned int nStamp = 0;
-    std::vector<unsigned int> vnSubStamp, vnRuleStamp, vnClassStamp;
-    std::vector<int> viDirtySlots, viDirtySubs, viDirtyRules, viTouchedRules, viCandidates;
-    std::vector<float> vfWeight;
-    std::vector<int> viWeighted;
-    std::vector<_stScanSpan> vSpans;
-    std::vector<NearSide> vNearSides;
-
     // REQUIRES: t's per-document tables equal their clean copies.
     void Compile(const CTextParser& t);
-    // Starts a new document: a stamp no sub-rule, rule or class carries yet.
-    void NextStamp();
     int SubSlot(size_t i, size_t j) const { return viSubKeySlot[viSubKeyBegin[i] + j]; }
 
     // The key number of the keyword that the scan bytes [p, p + n) are, taken
@@ -96,4 +86,24 @@ struct CTextParser::CIndex {
     void CompileKeywords(const CTextParser& t);
     void CompileSubRules(const CTextParser& t);
     void CompileRules(const CTextParser& t);
+};
+
+struct CTextParser::CScratch {
+    bool bPrimed = false;  // the invariant above holds
+    unsigned int nStamp = 0;
+    std::vector<unsigned int> vnSubStamp, vnRuleStamp, vnClassStamp;
+    std::vector<int> viDirtySlots, viDirtySubs, viDirtyRules, viTouchedRules, viCandidates;
+    std::vector<float> vfWeight;
+    std::vector<int> viWeighted;
+    std::vector<_stScanSpan> vSpans;
+    std::vector<NearSide> vNearSides;
+
+    // Sized for index x, not primed, nothing dirty.
+    explicit CScratch(const CIndex& x)
+        : vnSubStamp(x.nSubRules, 0),
+          vnRuleStamp(x.nRuleEval, 0),
+          vnClassStamp(x.vsClass.size(), 0),
+          vfWeight(x.vsClass.size(), 0.0f) {}
+    // Starts a new document: a stamp no sub-rule, rule or class carries yet.
+    void NextStamp();
 };

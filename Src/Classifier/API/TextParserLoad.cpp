@@ -342,6 +342,7 @@ void CTextParser::fn_vClear() {
     delete m_pDat;
     m_pDat = nullptr;
     m_pIndex.reset();
+    m_pScratch.reset();
     m_viHandleKey.clear();
     m_pHintDat = nullptr;
     ++m_nTablesGeneration;
