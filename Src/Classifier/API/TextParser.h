@@ -214,25 +214,41 @@ class CTextParser {
     bool IndexIsCurrent() const;
     void CompileIndex();
 
-    // One document (TextParserClassify.cpp).
-    void RestoreTouched();
-    void PrimeSubRuleDefaults();
-    bool ScanAndCount();
-    void CountBytes(const char* p, size_t n, bool& bInContent);
-    void CountPieces(const char* p, size_t n, bool bContent);
-    void CountKeyword(int iKey, bool bContent);
-    void TouchSubRule(int i);
-    void DecideMetadata(const _stDoc& d);
-    void DecideTouchedSubRules();
-    bool DoSubRule(int i, const CIndex* pIndex);
-    int CountOf(const CIndex* pIndex, int iSubRule, size_t iKeyword) const;
-    bool DoRule(int r, const CIndex* pIndex);
-    bool NearTest(const _stRule& stRule, int nDistance, const CIndex* pIndex);
-    std::vector<_stResult> DecideAndScoreRules();
-    void ScoreRule(int r, bool bFired);
+    // One document (TextParserClassify.cpp). The pipeline reads the loaded
+    // tables, the index and the dictionary, and writes only the document
+    // state a CDocView names: the classic members for fn_bClassify
+    // (ClassicView), or a matcher's own.
+    struct CDocView {
+        CWordRuleCounts& counts;              // keyword x sub-rule counts
+        std::vector<_stSubRuleResult>& subs;  // per sub-rule
+        std::vector<_stRuleResult>& rules;    // per rule
+        std::string& text;                    // title + separator + content
+        bool& bNormalised;                    // NEAR's rewrite of text is done
+        CScratch* pScratch;                   // null only while there is no index
+    };
+    CDocView ClassicView();
+    // REQUIRES: the index is current and v's tables have its layout. Classifies
+    // d into sResult; false (nothing decided) when the scan finds no separator.
+    bool Run(CDocView& v, const _stDoc& d, int iType, std::string& sResult) const;
+    void RestoreTouched(CDocView& v) const;
+    void PrimeSubRuleDefaults(CDocView& v) const;
+    bool ScanAndCount(CDocView& v) const;
+    void CountBytes(CDocView& v, const char* p, size_t n, bool& bInContent) const;
+    void CountPieces(CDocView& v, const char* p, size_t n, bool bContent) const;
+    void CountKeyword(CDocView& v, int iKey, bool bContent) const;
+    void TouchSubRule(CDocView& v, int i) const;
+    void DecideMetadata(CDocView& v, const _stDoc& d) const;
+    void DecideTouchedSubRules(CDocView& v) const;
+    bool DoSubRule(CDocView& v, int i, const CIndex* pIndex) const;
+    int CountOf(const CDocView& v, const CIndex* pIndex, int iSubRule, size_t iKeyword) const;
+    bool DoRule(CDocView& v, int r, const CIndex* pIndex) const;
+    bool NearTest(CDocView& v, const _stRule& stRule, int nDistance, const CIndex* pIndex) const;
+    std::vector<_stResult> DecideAndScoreRules(CDocView& v) const;
+    void ScoreRule(CDocView& v, int r, bool bFired) const;
 
     // Results (TextParserReport.cpp).
-    void AppendResults(std::vector<_stResult>& vstResult, int iType);
+    // Appends the result text of vstResult to sResult.
+    void AppendResults(std::vector<_stResult>& vstResult, int iType, std::string& sResult) const;
 
     std::unique_ptr<CIndex> m_pIndex;      // null until the first classification
     std::unique_ptr<CScratch> m_pScratch;  // made with the index, sized for it

@@ -11,7 +11,7 @@
 // default outcome, since its decision reads nothing but zero counts and
 // default outcomes. (A NEAR rule reads the text as well, but only once all
 // its sub-rules hold; one that holds without hits is volatile, so the
-// rewrite of m_sText happens exactly when deciding every rule would do it.)
+// rewrite of v.text happens exactly when deciding every rule would do it.)
 // With a positive certainty a rule that is false is skipped, so only the
 // touched, volatile and default-true rules are visited; with certainty <= 0
 // every rule is scored, as it must be. Between documents the tables hold the
@@ -57,27 +57,38 @@ bool CTextParser::fn_bClassify(_stDoc& d, int iType) {
         fn_bResetResult();
         CompileIndex();
     }
-    CScratch& s = *m_pScratch;
-    m_sClassifyResult.clear();
+    CDocView v = ClassicView();
     m_sDetail.clear();
-    if (s.bPrimed)
-        RestoreTouched();
-    else
-        PrimeSubRuleDefaults();
-    s.NextStamp();
-    s.viTouchedRules.clear();
-    m_sText.reserve(d.sTitle.size() + kSeparatorLen + d.sContent.size());
-    m_sText.assign(d.sTitle).append(kSeparatorWord).append(d.sContent);
-    m_bTextNormalised = false;
-    if (!ScanAndCount()) {
+    if (!Run(v, d, iType, m_sClassifyResult)) {
         fn_bResetResult();  // results stay in their reset state
         return false;
     }
-    DecideMetadata(d);
-    DecideTouchedSubRules();
-    std::vector<_stResult> vstResult = DecideAndScoreRules();  // the class weight map, in order
-    AppendResults(vstResult, iType);
     return true;
+}
+
+bool CTextParser::Run(CDocView& v, const _stDoc& d, int iType, std::string& sResult) const {
+    CScratch& s = *v.pScratch;
+    sResult.clear();
+    if (s.bPrimed)
+        RestoreTouched(v);
+    else
+        PrimeSubRuleDefaults(v);
+    s.NextStamp();
+    s.viTouchedRules.clear();
+    v.text.reserve(d.sTitle.size() + kSeparatorLen + d.sContent.size());
+    v.text.assign(d.sTitle).append(kSeparatorWord).append(d.sContent);
+    v.bNormalised = false;
+    if (!ScanAndCount(v)) return false;
+    DecideMetadata(v, d);
+    DecideTouchedSubRules(v);
+    std::vector<_stResult> vstResult = DecideAndScoreRules(v);  // the class weight map, in order
+    AppendResults(vstResult, iType, sResult);
+    return true;
+}
+
+CTextParser::CDocView CTextParser::ClassicView() {
+    return CDocView{m_msvWordRule, m_vstSubRuleResult, m_vstRuleResult,
+                    m_sText,       m_bTextNormalised,  m_pScratch.get()};
 }
 
 bool CTextParser::fn_bResetResult() {
@@ -89,28 +100,24 @@ bool CTextParser::fn_bResetResult() {
     m_vstRuleResult = m_vstRuleResultInit;
     if (bIndexed) {  // same layout as before: the index stays valid
         m_pIndex->nCountsVersion = m_msvWordRule.Version();
-        m_pScratch->bPrimed = false;
-        m_pScratch->viDirtySlots.clear();
-        m_pScratch->viDirtySubs.clear();
-        m_pScratch->viDirtyRules.clear();
+        m_pScratch->Unprime();
     }
     return true;
 }
 
 // Undoes what the previous document changed: its count slots, its decided
 // sub-rules (back to their defaults) and its written rule results.
-void CTextParser::RestoreTouched() {
+void CTextParser::RestoreTouched(CDocView& v) const {
     CIndex& x = *m_pIndex;
-    CScratch& s = *m_pScratch;
+    CScratch& s = *v.pScratch;
     for (int iSlot : s.viDirtySlots)
-        m_msvWordRule.RestoreSlot(iSlot, m_msvWordRuleInit.SlotValue(iSlot));
+        v.counts.RestoreSlot(iSlot, m_msvWordRuleInit.SlotValue(iSlot));
     for (int i : s.viDirtySubs) {
-        m_vstSubRuleResult[static_cast<size_t>(i)] = m_vstSubRuleResultInit[static_cast<size_t>(i)];
-        m_vstSubRuleResult[static_cast<size_t>(i)].bSuccess =
-            x.vbSubDefault[static_cast<size_t>(i)];
+        v.subs[static_cast<size_t>(i)] = m_vstSubRuleResultInit[static_cast<size_t>(i)];
+        v.subs[static_cast<size_t>(i)].bSuccess = x.vbSubDefault[static_cast<size_t>(i)];
     }
     for (int r : s.viDirtyRules)
-        m_vstRuleResult[static_cast<size_t>(r)] = m_vstRuleResultInit[static_cast<size_t>(r)];
+        v.rules[static_cast<size_t>(r)] = m_vstRuleResultInit[static_cast<size_t>(r)];
     s.viDirtySlots.clear();
     s.viDirtySubs.clear();
     s.viDirtyRules.clear();
@@ -118,10 +125,10 @@ void CTextParser::RestoreTouched() {
 
 // REQUIRES: the per-document tables equal their clean copies. Gives every
 // sub-rule its outcome on a document without hits.
-void CTextParser::PrimeSubRuleDefaults() {
+void CTextParser::PrimeSubRuleDefaults(CDocView& v) const {
     CIndex& x = *m_pIndex;
-    CScratch& s = *m_pScratch;
-    for (size_t i = 0; i < x.nSubEval; ++i) m_vstSubRuleResult[i].bSuccess = x.vbSubDefault[i];
+    CScratch& s = *v.pScratch;
+    for (size_t i = 0; i < x.nSubEval; ++i) v.subs[i].bSuccess = x.vbSubDefault[i];
     s.viDirtySlots.clear();
     s.viDirtySubs.clear();
     s.viDirtyRules.clear();
@@ -132,49 +139,49 @@ void CTextParser::PrimeSubRuleDefaults() {
 // Scan and count
 // ======================================================================
 
-// Scans m_sText and raises the counts of the keywords found, title words
+// Scans v.text and raises the counts of the keywords found, title words
 // before the first separator of the scan output, content words after it.
 // False when the output holds no separator (nothing is counted then).
-bool CTextParser::ScanAndCount() {
+bool CTextParser::ScanAndCount(CDocView& v) const {
     if (m_pDat == nullptr) return false;
     CIndex& x = *m_pIndex;
-    CScratch& s = *m_pScratch;
-    m_pDat->MMFullScanSpans(m_sText.c_str(), s.vSpans);
+    CScratch& s = *v.pScratch;
+    m_pDat->MMFullScanSpans(v.text.c_str(), s.vSpans);
     const std::vector<int>* pHints = m_pHintDat == m_pDat ? &m_viHandleKey : nullptr;
-    const char* pText = m_sText.data();
+    const char* pText = v.text.data();
     bool bInContent = false;
     for (const _stScanSpan& stSpan : s.vSpans) {
         const char* p = pText + stSpan.iStart;
         const size_t n = static_cast<size_t>(stSpan.nLen);
         const int iKey = x.KeyOfSpan(pHints, stSpan.nHandle, p, n);
         if (iKey >= 0)
-            CountKeyword(iKey, bInContent);
+            CountKeyword(v, iKey, bInContent);
         else
-            CountBytes(p, n, bInContent);
+            CountBytes(v, p, n, bInContent);
     }
     return bInContent;
 }
 
 // Counts the pieces of scan output bytes [p, p + n): cut at the first
 // separator while still in the title, then at blanks.
-void CTextParser::CountBytes(const char* p, size_t n, bool& bInContent) {
+void CTextParser::CountBytes(CDocView& v, const char* p, size_t n, bool& bInContent) const {
     if (!bInContent) {
         const size_t nSep =
             std::string_view(p, n).find(std::string_view(kSeparatorWord, kSeparatorLen));
         if (nSep == std::string_view::npos) {
-            CountPieces(p, n, false);
+            CountPieces(v, p, n, false);
             return;
         }
-        CountPieces(p, nSep, false);
+        CountPieces(v, p, nSep, false);
         bInContent = true;
         p += nSep + kSeparatorLen;
         n -= nSep + kSeparatorLen;
     }
-    CountPieces(p, n, true);
+    CountPieces(v, p, n, true);
 }
 
 // Counts every non-empty blank-separated piece of [p, p + n) that is a keyword.
-void CTextParser::CountPieces(const char* p, size_t n, bool bContent) {
+void CTextParser::CountPieces(CDocView& v, const char* p, size_t n, bool bContent) const {
     const CIndex& x = *m_pIndex;
     size_t nBegin = 0;
     while (nBegin < n) {
@@ -182,30 +189,30 @@ void CTextParser::CountPieces(const char* p, size_t n, bool bContent) {
         const size_t nEnd = pBlank ? static_cast<size_t>(static_cast<const char*>(pBlank) - p) : n;
         if (nEnd > nBegin) {
             const auto it = x.mKey.find(std::string_view(p + nBegin, nEnd - nBegin));
-            if (it != x.mKey.end()) CountKeyword(it->second, bContent);
+            if (it != x.mKey.end()) CountKeyword(v, it->second, bContent);
         }
         nBegin = nEnd + 1;
     }
 }
 
 // One occurrence of keyword iKey in the title or the content.
-void CTextParser::CountKeyword(int iKey, bool bContent) {
+void CTextParser::CountKeyword(CDocView& v, int iKey, bool bContent) const {
     CIndex& x = *m_pIndex;
-    CScratch& s = *m_pScratch;
+    CScratch& s = *v.pScratch;
     const int f = bContent ? 1 : 0;
     const int nEnd = x.viIncBegin[f][static_cast<size_t>(iKey) + 1];
     for (int e = x.viIncBegin[f][static_cast<size_t>(iKey)]; e < nEnd; ++e) {
         const std::pair<int, int>& inc = x.vIncs[f][static_cast<size_t>(e)];
-        if (m_msvWordRule.AddToSlot(inc.first, inc.second) != 0) continue;
+        if (v.counts.AddToSlot(inc.first, inc.second) != 0) continue;
         s.viDirtySlots.push_back(inc.first);
-        TouchSubRule(m_msvWordRule.SlotSubRule(inc.first));
+        TouchSubRule(v, v.counts.SlotSubRule(inc.first));
     }
 }
 
 // Marks sub-rule i and its rules for a fresh decision on this document.
-void CTextParser::TouchSubRule(int i) {
+void CTextParser::TouchSubRule(CDocView& v, int i) const {
     CIndex& x = *m_pIndex;
-    CScratch& s = *m_pScratch;
+    CScratch& s = *v.pScratch;
     if (static_cast<size_t>(i) >= x.nSubEval) return;  // no result entry to decide into
     if (s.vnSubStamp[static_cast<size_t>(i)] == s.nStamp) return;
     s.vnSubStamp[static_cast<size_t>(i)] = s.nStamp;
@@ -225,7 +232,7 @@ void CTextParser::TouchSubRule(int i) {
 
 // AUTHOR, BOARD and DATATYPE sub-rules hold when the field equals one of
 // their keywords; hit word = prefix + field value.
-void CTextParser::DecideMetadata(const _stDoc& d) {
+void CTextParser::DecideMetadata(CDocView& v, const _stDoc& d) const {
     const CIndex& x = *m_pIndex;
     const std::string* pValue[3] = {&d.sAuthor, &d.sBoard, &d.sDatatype};
     for (int f = 0; f < 3; ++f) {
@@ -233,49 +240,50 @@ void CTextParser::DecideMetadata(const _stDoc& d) {
         const auto it = x.mMeta[f].find(*pValue[f]);
         if (it == x.mMeta[f].end()) continue;
         for (int i : it->second) {
-            m_vstSubRuleResult[i].bSuccess = true;
-            m_vstSubRuleResult[i].sHitWord = kMetaPrefix[f] + *pValue[f];
-            TouchSubRule(i);
+            v.subs[i].bSuccess = true;
+            v.subs[i].sHitWord = kMetaPrefix[f] + *pValue[f];
+            TouchSubRule(v, i);
         }
     }
 }
 
 // Decides the counted sub-rules with a raised count; the others keep their
 // default outcome.
-void CTextParser::DecideTouchedSubRules() {
+void CTextParser::DecideTouchedSubRules(CDocView& v) const {
     const CIndex& x = *m_pIndex;
-    CScratch& s = *m_pScratch;
+    CScratch& s = *v.pScratch;
     for (int i : s.viDirtySubs)
-        if (x.vcSubKind[i] == 0) m_vstSubRuleResult[i].bSuccess = DoSubRule(i, &x);
+        if (x.vcSubKind[i] == 0) v.subs[i].bSuccess = DoSubRule(v, i, &x);
 }
 
 bool CTextParser::fn_bDoSubRule(int iSubRuleId) {
-    const bool bOutcome = DoSubRule(iSubRuleId, IndexIsCurrent() ? m_pIndex.get() : nullptr);
+    CDocView v = ClassicView();
+    const bool bOutcome = DoSubRule(v, iSubRuleId, IndexIsCurrent() ? m_pIndex.get() : nullptr);
     m_pIndex.reset();  // a result changed behind the dirty lists: restore in full next time
     return bOutcome;
 }
 
-bool CTextParser::DoSubRule(int i, const CIndex* pIndex) {
+bool CTextParser::DoSubRule(CDocView& v, int i, const CIndex* pIndex) const {
     if (i < 0 || static_cast<size_t>(i) >= m_vstSubRules.size() ||
-        static_cast<size_t>(i) >= m_vstSubRuleResult.size())
+        static_cast<size_t>(i) >= v.subs.size())
         return false;
     const _stSubRule& stSub = m_vstSubRules[i];
-    std::string* pHit = &m_vstSubRuleResult[i].sHitWord;
+    std::string* pHit = &v.subs[i].sHitWord;
     const SubRelation eRel = pIndex ? pIndex->veSubRelation[i] : SubRelationOf(stSub.sRelation);
     return DecideSubRule(
-        eRel, stSub.vsKeyword, stSub.iMinCount, [&](size_t j) { return CountOf(pIndex, i, j); },
+        eRel, stSub.vsKeyword, stSub.iMinCount, [&](size_t j) { return CountOf(v, pIndex, i, j); },
         pHit);
 }
 
 // count(keyword j of sub-rule i, i) through the index's slots, or by lookup
 // without one; 0 for keywords without a count slot (those of AUTHOR, BOARD
 // and DATATYPE sub-rules). Never inserts.
-int CTextParser::CountOf(const CIndex* pIndex, int i, size_t j) const {
+int CTextParser::CountOf(const CDocView& v, const CIndex* pIndex, int i, size_t j) const {
     if (pIndex != nullptr) {
         const int iSlot = pIndex->SubSlot(static_cast<size_t>(i), j);
-        return iSlot < 0 ? 0 : m_msvWordRule.SlotValue(iSlot);
+        return iSlot < 0 ? 0 : v.counts.SlotValue(iSlot);
     }
-    return m_msvWordRule.count(m_vstSubRules[i].vsKeyword[j], static_cast<size_t>(i));
+    return v.counts.count(m_vstSubRules[i].vsKeyword[j], static_cast<size_t>(i));
 }
 
 // ======================================================================
@@ -284,23 +292,24 @@ int CTextParser::CountOf(const CIndex* pIndex, int i, size_t j) const {
 
 bool CTextParser::fn_bDoRule(int iRuleId) {
     m_bTextNormalised = false;  // the caller may have set m_sText
-    return DoRule(iRuleId, IndexIsCurrent() ? m_pIndex.get() : nullptr);
+    CDocView v = ClassicView();
+    return DoRule(v, iRuleId, IndexIsCurrent() ? m_pIndex.get() : nullptr);
 }
 
-bool CTextParser::DoRule(int r, const CIndex* pIndex) {
+bool CTextParser::DoRule(CDocView& v, int r, const CIndex* pIndex) const {
     if (r < 0 || static_cast<size_t>(r) >= m_vstRules.size()) return false;
     const _stRule& stRule = m_vstRules[r];
-    const size_t nEval = std::min(m_vstSubRules.size(), m_vstSubRuleResult.size());
+    const size_t nEval = std::min(m_vstSubRules.size(), v.subs.size());
     auto s = [&](size_t j) {
         const int i = stRule.viSubRule[j];
-        return i >= 0 && static_cast<size_t>(i) < nEval && m_vstSubRuleResult[i].bSuccess;
+        return i >= 0 && static_cast<size_t>(i) < nEval && v.subs[i].bSuccess;
     };
     const RuleRelation eRel = pIndex ? pIndex->veRuleRelation[r] : RuleRelationOf(stRule.sRelation);
     switch (DecideRelation(eRel, stRule.viSubRule.size(), s)) {
         case Verdict::kTrue:
             return true;
         case Verdict::kNearTest:
-            return NearTest(stRule,
+            return NearTest(v, stRule,
                             pIndex ? pIndex->viNearDistance[r] : NearDistanceOf(stRule.sRelation),
                             pIndex);
         default:
@@ -309,15 +318,16 @@ bool CTextParser::DoRule(int r, const CIndex* pIndex) {
 }
 
 // The NEAR<d> test, all sub-rules having held: every pair of non-NOT
-// sub-rules must have hit keywords within d bytes of each other in m_sText,
+// sub-rules must have hit keywords within d bytes of each other in v.text,
 // which is normalised first (separator -> 20 blanks, line feed -> 10).
-bool CTextParser::NearTest(const _stRule& stRule, int nDistance, const CIndex* pIndex) {
-    if (!m_bTextNormalised) {  // once per document: a second pass would change nothing
-        NormaliseNearText(m_sText);
-        m_bTextNormalised = true;
+bool CTextParser::NearTest(CDocView& v, const _stRule& stRule, int nDistance,
+                           const CIndex* pIndex) const {
+    if (!v.bNormalised) {  // once per document: a second pass would change nothing
+        NormaliseNearText(v.text);
+        v.bNormalised = true;
     }
     std::vector<NearSide> vLocal;  // pIndex set: the index is current, its scratch lends the buffer
-    std::vector<NearSide>& vSides = pIndex ? m_pScratch->vNearSides : vLocal;
+    std::vector<NearSide>& vSides = pIndex ? v.pScratch->vNearSides : vLocal;
     vSides.resize(stRule.viSubRule.size());
     for (size_t a = 0; a < vSides.size(); ++a) {
         const int i = stRule.viSubRule[a];
@@ -329,9 +339,9 @@ bool CTextParser::NearTest(const _stRule& stRule, int nDistance, const CIndex* p
         if (side.bNot) continue;
         const std::vector<tstring>& vsKeyword = m_vstSubRules[i].vsKeyword;
         for (size_t j = 0; j < vsKeyword.size(); ++j)
-            if (CountOf(pIndex, i, j) != 0) side.vsHit.emplace_back(vsKeyword[j]);
+            if (CountOf(v, pIndex, i, j) != 0) side.vsHit.emplace_back(vsKeyword[j]);
     }
-    return NearSidesHold(m_sText, vSides, nDistance);
+    return NearSidesHold(v.text, vSides, nDistance);
 }
 
 // Decides and scores the rules in index order and returns the class weights
@@ -340,13 +350,13 @@ bool CTextParser::NearTest(const _stRule& stRule, int nDistance, const CIndex* p
 // (or need the NEAR test) without hits; every other rule is false and would
 // be skipped. Few touched rules are sorted and merged with the latter; many
 // are picked out by one pass over the rule flags.
-std::vector<_stResult> CTextParser::DecideAndScoreRules() {
+std::vector<_stResult> CTextParser::DecideAndScoreRules(CDocView& v) const {
     CIndex& x = *m_pIndex;
-    CScratch& s = *m_pScratch;
+    CScratch& s = *v.pScratch;
     const bool bFiredOnly = m_fCertainty > 0;
     auto visit = [&](int r) {
         const bool bDecide = s.vnRuleStamp[r] == s.nStamp || x.vbRuleVolatile[r];
-        ScoreRule(r, bDecide ? DoRule(r, &x) : x.vbRuleDefault[r] != 0);
+        ScoreRule(v, r, bDecide ? DoRule(v, r, &x) : x.vbRuleDefault[r] != 0);
         s.viDirtyRules.push_back(r);
     };
     s.viWeighted.clear();
@@ -372,11 +382,11 @@ std::vector<_stResult> CTextParser::DecideAndScoreRules() {
 // its score (capped at 1.0) as its class's weight if that is the best so far.
 // The negative-class veto is absent: it can never drop a rule (see
 // kNoModelSimilarity).
-void CTextParser::ScoreRule(int r, bool bFired) {
+void CTextParser::ScoreRule(CDocView& v, int r, bool bFired) const {
     CIndex& x = *m_pIndex;
-    CScratch& s = *m_pScratch;
+    CScratch& s = *v.pScratch;
     const _stRule& stRule = m_vstRules[r];
-    _stRuleResult& stRes = m_vstRuleResult[r];
+    _stRuleResult& stRes = v.rules[r];
     stRes.bSuccess = bFired;
     if (!stRes.bSuccess && m_fCertainty > 0) return;
     stRes.fVSMSim = kNoModelSimilarity;

@@ -106,4 +106,11 @@ struct CTextParser::CScratch {
           vfWeight(x.vsClass.size(), 0.0f) {}
     // Starts a new document: a stamp no sub-rule, rule or class carries yet.
     void NextStamp();
+    // Forgets what the last document touched, for tables restored in full.
+    void Unprime() {
+        bPrimed = false;
+        viDirtySlots.clear();
+        viDirtySubs.clear();
+        viDirtyRules.clear();
+    }
 };

@@ -51,12 +51,13 @@ void CTextParser::fn_vGetClassification(std::map<std::string, float> msfOutputRe
     std::vector<_stResult> vstResult;
     vstResult.reserve(msfOutputResult.size());
     for (const auto& kv : msfOutputResult) vstResult.push_back(_stResult{kv.first, kv.second});
-    AppendResults(vstResult, iType);
+    AppendResults(vstResult, iType, m_sClassifyResult);
 }
 
 // Sorts results given in class-name order by weight (stably), applies the
 // automatic selection for a negative certainty and appends the result text.
-void CTextParser::AppendResults(std::vector<_stResult>& vstResult, int iType) {
+void CTextParser::AppendResults(std::vector<_stResult>& vstResult, int iType,
+                                std::string& sResult) const {
     std::stable_sort(vstResult.begin(), vstResult.end(), CClasLess());
     size_t nKeep = vstResult.size();
     if (m_fCertainty < 0 && nKeep > 1) {  // at most three
@@ -69,12 +70,12 @@ void CTextParser::AppendResults(std::vector<_stResult>& vstResult, int iType) {
     }
     if (iType != 0 && iType != 1) return;
     for (size_t i = 0; i < nKeep; ++i) {
-        m_sClassifyResult.append(vstResult[i].sClassName);
+        sResult.append(vstResult[i].sClassName);
         if (iType == 1) {
-            m_sClassifyResult.append(1, ' ');
-            AppendFixed4(m_sClassifyResult, vstResult[i].fWeight);
+            sResult.append(1, ' ');
+            AppendFixed4(sResult, vstResult[i].fWeight);
         }
-        m_sClassifyResult.append(1, '\t');
+        sResult.append(1, '\t');
     }
 }
 
