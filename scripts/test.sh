@@ -32,6 +32,8 @@ fi
 if [[ "$mode" == "all" || "$mode" == "--tsan-only" ]]; then
   cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=Debug -DQX_TSAN=ON -DQX_BUILD_BENCH=OFF \
     -DQX_BUILD_DATA=OFF >/dev/null
-  cmake --build build-tsan -j "$jobs" --target test_pdat
-  TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/test_pdat --gtest_filter='*Concurrent*'
+  cmake --build build-tsan -j "$jobs" --target test_pdat test_reentrant
+  for t in test_pdat test_reentrant; do
+    TSAN_OPTIONS=halt_on_error=1 "build-tsan/tests/$t" --gtest_filter='*Concurrent*'
+  done
 fi

@@ -53,7 +53,24 @@ std::string LogDirectory(const char* sFilePath) {
 
 }  // namespace
 
+namespace {
+thread_local CErrorCapture* t_pCapture = nullptr;
+}  // namespace
+
+CErrorCapture::CErrorCapture() : m_pOuter(t_pCapture) {
+    t_pCapture = this;
+}
+
+CErrorCapture::~CErrorCapture() {
+    t_pCapture = m_pOuter;
+}
+
+CErrorCapture* CErrorCapture::Current() {
+    return t_pCapture;
+}
+
 void WriteLog(std::string content, const char* sFilePath, bool bError) {
+    if (t_pCapture != nullptr) return t_pCapture->Add(bError, content);
     if (g_bLog != 1) return;
     const time_t tNow = g_pfnLogClock();
     std::string sName = LogDirectory(sFilePath) + FormatTime(tNow, "%Y%m%d");
@@ -85,11 +102,13 @@ void WriteError(std::string content, const char* sFilePath) {
 }
 
 void ReportError(const std::string& sMessage) {
+    if (t_pCapture != nullptr) return t_pCapture->Add(true, sMessage);
     g_sLastErrorMessage = sMessage;
     WriteError(g_sLastErrorMessage, nullptr);
 }
 
 void ReportInfo(const std::string& sMessage) {
+    if (t_pCapture != nullptr) return t_pCapture->Add(false, sMessage);
     g_sLastErrorMessage = sMessage;
     WriteLog(g_sLastErrorMessage, nullptr, false);
 }

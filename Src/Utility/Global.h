@@ -17,6 +17,8 @@
 #include <cstdio>
 #include <ctime>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "QXExport.h"
 
@@ -76,6 +78,33 @@ FILE* ClassicProgress();
 bool SetClassicProgress(bool bOn);
 // vfprintf into out (no flush, as printf); does nothing when out is null.
 void Progress(FILE* out, const char* sFormat, ...) __attribute__((format(printf, 2, 3)));
+
+// ---- Capturing messages on one thread ----------------------------------------
+//
+// While a CErrorCapture lives on a thread, ReportError, ReportInfo and
+// WriteLog (the file form) on that thread append their messages to it
+// instead of writing g_sLastErrorMessage and the day's files. The reentrant
+// interface loads rule lists this way, so that it touches none of the
+// classic process-wide state. Captures nest; the innermost one collects.
+class CErrorCapture {
+  public:
+    CErrorCapture();
+    ~CErrorCapture();
+    CErrorCapture(const CErrorCapture&) = delete;
+    CErrorCapture& operator=(const CErrorCapture&) = delete;
+
+    // (bError, message) in the order they were reported.
+    const std::vector<std::pair<bool, std::string>>& Messages() const { return m_vMessages; }
+    // Called by the reporters: the innermost capture of this thread, or null.
+    static CErrorCapture* Current();
+    void Add(bool bError, const std::string& sMessage) {
+        m_vMessages.emplace_back(bError, sMessage);
+    }
+
+  private:
+    CErrorCapture* m_pOuter;
+    std::vector<std::pair<bool, std::string>> m_vMessages;
+};
 
 // A path for messages: the text itself, "(null)" for a null pointer.
 std::string NameOf(const char* sPath);

@@ -135,6 +135,35 @@ class CTextParser {
     // failure is rolled back, and the result vectors are not rebuilt.
     bool fn_bLoadRulelist(const char* conf, FILE* pProgress = ClassicProgress());
 
+    // ---- Shared use (the reentrant interface) ----
+
+    // fn_bInit on rule-list text (GBK) in memory instead of a file; sName
+    // stands for the file name in the success message. Appends as fn_bInit.
+    bool LoadText(const std::string& sGbk, const std::string& sName, FILE* pProgress);
+
+    // One document's state for Classify(CDocument&, ...): everything a
+    // classification writes. Made by NewDocument for one engine; used by one
+    // thread at a time.
+    class CDocument;
+    struct CDocumentDelete {
+        void operator()(CDocument* p) const;
+    };
+    using DocumentPtr = std::unique_ptr<CDocument, CDocumentDelete>;
+
+    // Compiles the evaluation index and the dictionary's scan index now.
+    // From then until the engine is changed, Classify(CDocument&, ...) only
+    // reads the engine: any number of threads may classify at once, each with
+    // its own CDocument.
+    void Prepare();
+    // A fresh document state for this prepared engine; null when it is not
+    // prepared.
+    DocumentPtr NewDocument() const;
+    // REQUIRES: Prepare since the last change; doc made by this engine's
+    // NewDocument. Writes fn_bClassify's result text for d into sResult and
+    // leaves the engine as it was. False (sResult empty) when the scan finds
+    // no separator.
+    bool Classify(CDocument& doc, const _stDoc& d, int iType, std::string& sResult) const;
+
     // ---- Classification ----
 
     // Classifies d (GBK) into m_sClassifyResult (iType 0: "<class>\t" per
@@ -205,6 +234,9 @@ class CTextParser {
     struct CScratch;  // one document's scratch beside it, same header
 
     // Loading (TextParserLoad.cpp).
+    void NewDictionary();
+    void FillDictionary();
+    bool LoadFrom(CXMLParamReader& cReader, const std::string& sName, FILE* pProgress);
     bool LoadRule(CXMLParamReader& cReader, int i, FILE* pProgress);
     bool LoadSubRules(CXMLParamReader& cReader, const std::string& sPrefix, int nSubRules,
                       _stRule& stRule, int& nNonNot);

@@ -86,6 +86,31 @@ bool CTextParser::Run(CDocView& v, const _stDoc& d, int iType, std::string& sRes
     return true;
 }
 
+void CTextParser::Prepare() {
+    if (!IndexIsCurrent()) {
+        fn_bResetResult();
+        CompileIndex();
+    }
+    if (m_pDat != nullptr) m_pDat->PrepareScans();
+}
+
+CTextParser::DocumentPtr CTextParser::NewDocument() const {
+    return DocumentPtr(m_pIndex != nullptr && m_pScratch != nullptr ? new CDocument(*this)
+                                                                     : nullptr);
+}
+
+void CTextParser::CDocumentDelete::operator()(CDocument* p) const {
+    delete p;
+}
+
+bool CTextParser::Classify(CDocument& doc, const _stDoc& d, int iType, std::string& sResult) const {
+    CDocView v = doc.View();
+    if (Run(v, d, iType, sResult)) return true;
+    doc.Reset(*this);
+    sResult.clear();
+    return false;
+}
+
 CTextParser::CDocView CTextParser::ClassicView() {
     return CDocView{m_msvWordRule, m_vstSubRuleResult, m_vstRuleResult,
                     m_sText,       m_bTextNormalised,  m_pScratch.get()};

@@ -114,3 +114,29 @@ struct CTextParser::CScratch {
         viDirtyRules.clear();
     }
 };
+
+// A matcher's document state: its own copies of the per-document tables,
+// made from the engine's clean copies, and its own scratch.
+class CTextParser::CDocument {
+  public:
+    explicit CDocument(const CTextParser& t)
+        : counts(t.m_msvWordRuleInit),
+          subs(t.m_vstSubRuleResultInit),
+          rules(t.m_vstRuleResultInit),
+          scratch(*t.m_pIndex) {}
+    CDocView View() { return CDocView{counts, subs, rules, text, bNormalised, &scratch}; }
+    // Back to the clean copies (after a document the scan could not split).
+    void Reset(const CTextParser& t) {
+        counts = t.m_msvWordRuleInit;
+        subs = t.m_vstSubRuleResultInit;
+        rules = t.m_vstRuleResultInit;
+        scratch.Unprime();
+    }
+
+    CWordRuleCounts counts;
+    std::vector<_stSubRuleResult> subs;
+    std::vector<_stRuleResult> rules;
+    std::string text;
+    bool bNormalised = false;
+    CScratch scratch;
+};

@@ -198,12 +198,30 @@ CTextParser::~CTextParser() {
 // ======================================================================
 
 bool CTextParser::fn_bInit(const char* /*sDataDir*/, const char* conf, FILE* pProgress) {
+    NewDictionary();
+    if (!fn_bLoadRulelist(conf, pProgress)) return false;
+    FillDictionary();
+    return true;
+}
+
+bool CTextParser::LoadText(const std::string& sGbk, const std::string& sName, FILE* pProgress) {
+    NewDictionary();
+    if (sGbk.empty()) return Report(kNoCertainty);  // as for an empty file
+    CXMLParamReader cReader(sGbk.data(), static_cast<int>(sGbk.size()));
+    if (!LoadFrom(cReader, sName, pProgress)) return false;
+    FillDictionary();
+    return true;
+}
+
+void CTextParser::NewDictionary() {
     delete m_pDat;  // nothing else refers to the old dictionary
     m_pDat = new CPDAT(1);
     m_pDat->AddWordInit();
     m_viHandleKey.clear();
     m_pHintDat = nullptr;
-    if (!fn_bLoadRulelist(conf, pProgress)) return false;
+}
+
+void CTextParser::FillDictionary() {
     int iKey = 0;
     for (const auto& kv : m_mslKeywords) {
         const int h = m_pDat->AddWord(kv.first.c_str(), false);
@@ -218,7 +236,6 @@ bool CTextParser::fn_bInit(const char* /*sDataDir*/, const char* conf, FILE* pPr
     m_pDat->AddWord(kSeparatorWord, false);
     m_pDat->AddWordComplete();
     m_pHintDat = m_pDat;
-    return true;
 }
 
 bool CTextParser::fn_bLoadRulelist(const char* conf, FILE* pProgress) {
@@ -227,6 +244,10 @@ bool CTextParser::fn_bLoadRulelist(const char* conf, FILE* pProgress) {
     if (fp == nullptr) return Report(kCannotOpen, conf);
     std::fclose(fp);
     CXMLParamReader cReader(conf);
+    return LoadFrom(cReader, conf, pProgress);
+}
+
+bool CTextParser::LoadFrom(CXMLParamReader& cReader, const std::string& sName, FILE* pProgress) {
     ++m_nTablesGeneration;  // whatever happens below, recompile before the next document
     if (!cReader.getParamFloat("certainty", m_fCertainty)) return Report(kNoCertainty);
     int nRules = 0;
@@ -235,7 +256,7 @@ bool CTextParser::fn_bLoadRulelist(const char* conf, FILE* pProgress) {
     for (int i = 0; i < nRules; ++i)  // a huge rulenum stops at the first missing rule
         if (!LoadRule(cReader, i, pProgress)) return false;
     RebuildResultTables();
-    Report(kLoaded, conf);
+    Report(kLoaded, sName);
     return true;
 }
 

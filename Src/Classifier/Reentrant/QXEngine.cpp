@@ -1,0 +1,58 @@
+// QXEngine.cpp - building rule sets and classifying with matchers.
+//
+// A rule set is loaded by the classic loader, under a CErrorCapture so that
+// its messages (GBK) become diagnostics instead of the last-error text and
+// the log files, then prepared (index and scan index compiled) and never
+// changed again. A matcher asks the engine for a document state once and
+// classifies every document through the engine's const Classify with it.
+#include "QXEngine.h"
+
+#include <fstream>
+#include <iterator>
+
+#include "Global.h"
+#include "STLCodeTrans.h"
+
+namespace qx {
+
+std::shared_ptr<const RuleSet> RuleSet::FromText(std::string_view bytes, const std::string& sName,
+                                                 RuleEncoding eEncoding,
+                                                 std::vector<Diagnostic>& vDiags) {
+    RuleText text;
+    if (!DecodeRuleText(bytes, eEncoding, sName, text, vDiags)) return nullptr;
+    std::shared_ptr<RuleSet> pSet(new RuleSet());
+    pSet->m_pEngine = std::make_unique<CTextParser>();
+    CErrorCapture capture;
+    if (!pSet->m_pEngine->LoadText(text.sGbk, sName, nullptr)) {
+        // The loader's last message says why (some are only logged).
+        std::string sWhy = capture.Messages().empty() ? "the rule list does not load"
+                                                      : capture.Messages().back().second;
+        while (!sWhy.empty() && (sWhy.back() == '\n' || sWhy.back() == '\r')) sWhy.pop_back();
+        std::string sUtf8;
+        ANSIToUTF8(sWhy.c_str(), sUtf8);
+        vDiags.push_back(Diagnostic{sName, 0, 0, Severity::kError, sUtf8});
+        return nullptr;
+    }
+    pSet->m_pEngine->Prepare();
+    return pSet;
+}
+
+std::shared_ptr<const RuleSet> RuleSet::FromFile(const std::string& sPath, RuleEncoding eEncoding,
+                                                 std::vector<Diagnostic>& vDiags) {
+    std::ifstream in(sPath, std::ios::binary);
+    std::string sBytes(std::istreambuf_iterator<char>(in), {});
+    if (!in && !in.eof()) {
+        vDiags.push_back(Diagnostic{sPath, 0, 0, Severity::kError, "cannot read the file"});
+        return nullptr;
+    }
+    return FromText(sBytes, sPath, eEncoding, vDiags);
+}
+
+Matcher::Matcher(std::shared_ptr<const RuleSet> pRules)
+    : m_pRules(std::move(pRules)), m_pDoc(m_pRules->Engine().NewDocument()) {}
+
+bool Matcher::Classify(const _stDoc& d, int iType) {
+    return m_pRules->Engine().Classify(*m_pDoc, d, iType, m_sResult);
+}
+
+}  // namespace qx

@@ -1,0 +1,96 @@
+// The reentrant engine against the classic one on the bundled examples: the
+// same result texts from a shared rule set (GBK or UTF-8 list), from one
+// thread and from several at once, and a failed load that reports through
+// diagnostics only.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "QXEngine.h"
+#include "TestUtil.h"
+
+namespace {
+
+const std::string kExamples = std::string(QX_SOURCE_DIR) + "/examples";
+
+// Every example document, its first line as title and the rest as content,
+// once more with the content as title, so that NEAR meets the separator.
+std::vector<_stDoc> ExampleDocs() {
+    std::vector<_stDoc> v;
+    for (const auto& e : std::filesystem::directory_iterator(kExamples + "/docs")) {
+        const std::string s = qxtest::ReadBytes(e.path().string());
+        const size_t n = s.find('\n');
+        _stDoc d;
+        d.sTitle = s.substr(0, n);
+        d.sContent = n == std::string::npos ? "" : s.substr(n + 1);
+        v.push_back(d);
+        std::swap(d.sTitle, d.sContent);
+        v.push_back(d);
+    }
+    return v;
+}
+
+// The classic engine's texts for iType 0 and 1, document after document.
+std::vector<std::string> ClassicTexts(const std::vector<_stDoc>& vDocs) {
+    CTextParser t;
+    EXPECT_TRUE(t.fn_bInit("", (kExamples + "/rules.txt").c_str(), nullptr));
+    std::vector<std::string> v;
+    for (_stDoc d : vDocs)
+        for (int iType : {0, 1}) v.push_back(t.fn_bClassify(d, iType) ? t.m_sClassifyResult : "!");
+    return v;
+}
+
+std::vector<std::string> MatcherTexts(qx::Matcher& m, const std::vector<_stDoc>& vDocs) {
+    std::vector<std::string> v;
+    for (const _stDoc& d : vDocs)
+        for (int iType : {0, 1}) v.push_back(m.Classify(d, iType) ? m.Result() : "!");
+    return v;
+}
+
+TEST(QXEngineConcurrent, SharedRuleSetsGiveTheClassicTextsFromManyThreads) {
+    qxtest::ScopedLog log(0);
+    const auto vDocs = ExampleDocs();
+    const auto vWant = ClassicTexts(vDocs);
+    for (const char* sList : {"/rules.txt", "/src/rules.utf8.txt"}) {
+        std::vector<qx::Diagnostic> vDiags;
+        const auto pRules =
+            qx::RuleSet::FromFile(kExamples + sList, qx::RuleEncoding::kAuto, vDiags);
+        ASSERT_NE(pRules, nullptr) << qx::FormatDiagnostics(vDiags);
+        EXPECT_EQ(pRules->RuleCount(), 28u);
+        qx::Matcher one(pRules);
+        EXPECT_EQ(MatcherTexts(one, vDocs), vWant) << sList;
+        std::vector<std::vector<std::string>> vGot(4);
+        std::vector<std::thread> vThreads;
+        for (auto& vOut : vGot) {
+            vThreads.emplace_back([&pRules, &vDocs, &vOut] {
+                qx::Matcher m(pRules);
+                for (int k = 0; k < 5; ++k) vOut = MatcherTexts(m, vDocs);
+            });
+        }
+        for (auto& th : vThreads) th.join();
+        for (const auto& vOut : vGot) EXPECT_TRUE(vOut == vWant) << sList;
+    }
+}
+
+TEST(QXEngine, FailedLoadsReportThroughDiagnosticsOnly) {
+    qxtest::ScopedLog log(1);  // logging on: nothing may reach the day's files
+    std::vector<qx::Diagnostic> vDiags;
+    EXPECT_EQ(qx::RuleSet::FromText("<certainty>0.5</certainty><rules><rulenum>1</rulenum>"
+                                    "</rules>",
+                                    "list", qx::RuleEncoding::kAuto, vDiags),
+              nullptr);
+    // The classic loader's message, in UTF-8: ... 不存在或其ClassID值不能为空.
+    EXPECT_EQ(qx::FormatDiagnostics(vDiags),
+              "list: error: Rule[rule id=\"0\".classid]\xE4\xB8\x8D\xE5\xAD\x98\xE5\x9C\xA8\xE6\x88"
+              "\x96\xE5\x85\xB6"
+              "ClassID\xE5\x80\xBC\xE4\xB8\x8D\xE8\x83\xBD\xE4\xB8\xBA\xE7\xA9\xBA.\n");
+    EXPECT_EQ(qx::RuleSet::FromFile("/no/such/list", qx::RuleEncoding::kGbk, vDiags), nullptr);
+    EXPECT_EQ(qx::FormatDiagnostic(vDiags.back()), "/no/such/list: error: cannot read the file");
+    EXPECT_EQ(g_sLastErrorMessage, qxtest::kUntouched);
+    EXPECT_EQ(log.DayFile(".err") + log.DayFile(".log"), "");
+}
+
+}  // namespace
