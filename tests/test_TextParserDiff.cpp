@@ -14,6 +14,7 @@
 #include <random>
 #include <sstream>
 
+#include "QXEngine.h"
 #include "TextParserTestUtil.h"
 #include "Utility.h"
 
@@ -233,25 +234,37 @@ TEST_F(EngineTest, AgreesWithASimpleEngineOnRandomRuleListsAndDocuments) {
     std::vector<std::string> vsPool, vsMore;
     for (int nList = 0; nList < 400; ++nList) {
         CTextParser t;
-        ASSERT_TRUE(Load(t, gen.RuleListText(vsPool)));
-        if (gen.Chance(20)) {  // an appended second list
+        const std::string sList = gen.RuleListText(vsPool);
+        ASSERT_TRUE(Load(t, sList));
+        bool bAsLoaded = true;  // while so, a shared rule set of sList must agree too
+        if (gen.Chance(20)) {   // an appended second list
             ASSERT_TRUE(Load(t, gen.RuleListText(vsMore), "more.xml"));
             vsPool.insert(vsPool.end(), vsMore.begin(), vsMore.end());
+            bAsLoaded = false;
         }
         for (_stRule& r : t.m_vstRules) {  // scores below 1, ties, odd similarity terms
-            if (gen.Chance(25)) r.fEffecValue = float(gen.Pick(17) - 4) / 10.0f;
-            if (gen.Chance(10)) r.fEffecValue = float(gen.Pick(40) - 4) / 32.0f;
-            if (gen.Chance(10)) r.fPerfectVSMSim = gen.Chance(50) ? 0.5f : std::nanf("");
+            if (gen.Chance(25)) r.fEffecValue = float(gen.Pick(17) - 4) / 10.0f, bAsLoaded = false;
+            if (gen.Chance(10)) r.fEffecValue = float(gen.Pick(40) - 4) / 32.0f, bAsLoaded = false;
+            if (gen.Chance(10))
+                r.fPerfectVSMSim = gen.Chance(50) ? 0.5f : std::nanf(""), bAsLoaded = false;
         }
+        std::vector<qx::Diagnostic> vDiags;
+        std::unique_ptr<qx::Matcher> pShared;
+        if (bAsLoaded)
+            pShared = std::make_unique<qx::Matcher>(
+                qx::RuleSet::FromText(sList, "r", qx::RuleEncoding::kGbk, vDiags));
         SimpleEngine ref(t);
         for (int nDoc = 0; nDoc < 12; ++nDoc) {
             SCOPED_TRACE("list " + std::to_string(nList) + " doc " + std::to_string(nDoc));
             _stDoc d = gen.Document(vsPool);
-            if (gen.Chance(15)) t.m_fCertainty = gen.Chance(50) ? 0.0f : -0.3f;
+            if (gen.Chance(15)) t.m_fCertainty = gen.Chance(50) ? 0.0f : -0.3f, pShared.reset();
             if (gen.Chance(10)) t.fn_bResetResult();
             for (int iType : {0, 1}) {
                 EXPECT_EQ(ref.Classify(d, iType, t.m_fCertainty), t.fn_bClassify(d, iType));
                 EXPECT_EQ(ref.sResult, t.m_sClassifyResult);
+                if (pShared) {
+                    EXPECT_EQ((pShared->Classify(d, iType), pShared->Result()), ref.sResult);
+                }
             }
             EXPECT_EQ(State(ref.sText, ref.vSub, ref.vRule),
                       State(t.m_sText, t.m_vstSubRuleResult, t.m_vstRuleResult));
