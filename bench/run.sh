@@ -13,16 +13,19 @@
 #   codetran  bench_codetran: the translator's CodeToGBK and GBKToCode for
 #           UTF-8 and BIG5 prose beside glibc iconv on the same text, and its
 #           load time (options --repeat N, --data DIR, --trans-data DIR);
+#   threads  bench_threads: the reentrant engine's documents per second
+#           against threads sharing one rule set (options --rules N,
+#           --max-threads N, --min-time S, --runs N, --data DIR);
 #   data    qxmakedata: writes the translator's data folder into a scratch
 #           folder three times, printing its file counts once and the time of
 #           each run (no options);
-#   all     all five in that order, with their default options (the default).
-# Usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options] | codetran [options] | data]
+#   all     all six in that order, with their default options (the default).
+# Usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options] | codetran [options] | threads [options] | data]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 usage() {
-  echo "usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options] | codetran [options] | data]" >&2
+  echo "usage: bench/run.sh [all | pdat [options] | engine [options] | resources [options] | codetran [options] | threads [options] | data]" >&2
   exit 2
 }
 
@@ -33,7 +36,7 @@ if (($# > 0)); then
 fi
 case "$which" in
   all) (($# == 0)) || usage ;;
-  pdat | engine | resources | codetran) ;;
+  pdat | engine | resources | codetran | threads) ;;
   data) (($# == 0)) || usage ;;
   *) usage ;;
 esac
@@ -75,6 +78,8 @@ case "$which" in
     run resources
     echo
     run codetran
+    echo
+    run threads
     echo
     run_data
     ;;
