@@ -4,6 +4,8 @@
 // diagnostics only.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -73,6 +75,55 @@ TEST(QXEngineConcurrent, SharedRuleSetsGiveTheClassicTextsFromManyThreads) {
         for (auto& th : vThreads) th.join();
         for (const auto& vOut : vGot) EXPECT_TRUE(vOut == vWant) << sList;
     }
+}
+
+// Two threads classify without pause while the engine is reloaded 100 times,
+// alternating two lists: every result is the one its generation's list gives
+// (odd generations the examples' list, even ones a one-rule list), and each
+// thread sees the generations in order.
+TEST(QXEngineConcurrent, ReloadUnderLoadGivesEachResultItsGenerationsText) {
+    const auto vDocs = ExampleDocs();
+    const std::string sA = qxtest::ReadBytes(kExamples + "/rules.txt");
+    const std::string sB =
+        "<certainty>0.5</certainty><rules><rulenum>1</rulenum><rule id=\"0\"><classid>b</classid>"
+        "<toprule>OR</toprule><effectvalue>1</effectvalue><imperfectvsmsim>0.5</imperfectvsmsim>"
+        "<subrules><subrulenum>1</subrulenum><subrule id=\"1\"><operator>OR/TEXT/1</operator>"
+        "<value>\xB5\xC4</value></subrule></subrules></rule></rules>";  // 的
+    std::vector<qx::Diagnostic> vDiags;
+    std::vector<std::string> vWant[2];
+    for (int k = 0; k < 2; ++k) {
+        qx::Matcher m(qx::RuleSet::FromText(k ? sB : sA, "x", qx::RuleEncoding::kGbk, vDiags));
+        for (const _stDoc& d : vDocs) vWant[k].push_back(m.Classify(d, 1) ? m.Result() : "!");
+    }
+    ASSERT_NE(vWant[0], vWant[1]);
+    const auto pEngine = qx::Engine::FromText(sA, "a", qx::RuleEncoding::kGbk, vDiags);
+    std::atomic<bool> bStop{false};
+    std::vector<std::string> vProblems[2];
+    std::vector<std::thread> vThreads;
+    for (auto& vOut : vProblems) {
+        vThreads.emplace_back([&] {
+            qx::Matcher m(*pEngine);
+            for (uint64_t nLast = 0; !bStop.load();) {
+                for (size_t i = 0; i < vDocs.size(); ++i) {
+                    const std::string s = m.Classify(vDocs[i], 1) ? m.Result() : "!";
+                    if (m.Generation() < nLast || s != vWant[(m.Generation() + 1) % 2][i])
+                        vOut.push_back(std::to_string(m.Generation()) + " doc " +
+                                       std::to_string(i));
+                    nLast = m.Generation();
+                }
+            }
+        });
+    }
+    for (int k = 0; k < 100; ++k) {
+        ASSERT_TRUE(pEngine->Reload(k % 2 ? sA : sB, "r", qx::RuleEncoding::kGbk, vDiags));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    bStop = true;
+    for (auto& th : vThreads) th.join();
+    EXPECT_EQ(pEngine->Generation(), 101u);
+    EXPECT_TRUE(vProblems[0].empty() && vProblems[1].empty()) << vProblems[0].size();
+    EXPECT_FALSE(pEngine->Reload("<rules>", "bad", qx::RuleEncoding::kGbk, vDiags));
+    EXPECT_EQ(pEngine->Generation(), 101u);
 }
 
 TEST(QXEngine, FailedLoadsReportThroughDiagnosticsOnly) {

@@ -48,10 +48,45 @@ std::shared_ptr<const RuleSet> RuleSet::FromFile(const std::string& sPath, RuleE
     return FromText(sBytes, sPath, eEncoding, vDiags);
 }
 
+std::unique_ptr<Engine> Engine::FromText(std::string_view bytes, const std::string& sName,
+                                         RuleEncoding eEncoding, std::vector<Diagnostic>& vDiags) {
+    std::unique_ptr<Engine> pEngine(new Engine());
+    auto pRules = RuleSet::FromText(bytes, sName, eEncoding, vDiags);
+    if (!pRules) return nullptr;
+    pEngine->m_pCurrent = std::make_shared<const Snapshot>(Snapshot{std::move(pRules), 1});
+    return pEngine;
+}
+
+bool Engine::Reload(std::string_view bytes, const std::string& sName, RuleEncoding eEncoding,
+                    std::vector<Diagnostic>& vDiags) {
+    auto pRules = RuleSet::FromText(bytes, sName, eEncoding, vDiags);  // outside the lock
+    if (!pRules) return false;
+    std::lock_guard<std::mutex> lock(m_reloadLock);
+    const uint64_t nNext = Current()->nGeneration + 1;
+    std::atomic_store(&m_pCurrent, std::shared_ptr<const Snapshot>(std::make_shared<const Snapshot>(
+                                       Snapshot{std::move(pRules), nNext})));
+    return true;
+}
+
 Matcher::Matcher(std::shared_ptr<const RuleSet> pRules)
     : m_pRules(std::move(pRules)), m_pDoc(m_pRules->Engine().NewDocument()) {}
 
+Matcher::Matcher(const Engine& engine) : m_pEngine(&engine) {
+    const auto pNow = engine.Current();
+    m_pRules = pNow->pRules;
+    m_pDoc = m_pRules->Engine().NewDocument();
+    m_nGeneration = pNow->nGeneration;
+}
+
 bool Matcher::Classify(const _stDoc& d, int iType) {
+    if (m_pEngine != nullptr) {
+        const auto pNow = m_pEngine->Current();  // one snapshot for the whole document
+        if (pNow->pRules != m_pRules) {
+            m_pRules = pNow->pRules;
+            m_pDoc = m_pRules->Engine().NewDocument();
+        }
+        m_nGeneration = pNow->nGeneration;
+    }
     return m_pRules->Engine().Classify(*m_pDoc, d, iType, m_sResult);
 }
 

@@ -12,11 +12,21 @@
 // matcher per thread. Results are those of the classic calls with the same
 // rule list and encoding code 0, byte for byte.
 //
-// Neither prints, writes the log or error files, or touches the classic
+// An Engine holds the current rule set of a service and swaps it for a new
+// one on Reload: the new list is compiled beside the running one and
+// published with one atomic pointer store, so classifications that started
+// on the old set finish on it, and a failed reload changes nothing. Every
+// published set has a generation number, 1 for the first, one more for each
+// successful reload; a matcher made for an engine takes the current set at
+// the start of each Classify and reports the generation it used.
+//
+// None of them prints, writes the log or error files, or touches the classic
 // last-error text: problems come back as Diagnostics (UTF-8).
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,10 +60,46 @@ class RuleSet {
     std::unique_ptr<CTextParser> m_pEngine;
 };
 
+// The current rule set of a service, swapped atomically by Reload.
+// Thread-safety: Current, Generation and Reload may be called from any
+// thread at any time; reloads are serialised among themselves.
+class Engine {
+  public:
+    // A published rule set and its generation.
+    struct Snapshot {
+        std::shared_ptr<const RuleSet> pRules;
+        uint64_t nGeneration;
+    };
+
+    // An engine whose first set (generation 1) is built from the list's
+    // bytes (see RuleSet::FromText); null, with diagnostics, when it does not
+    // build.
+    static std::unique_ptr<Engine> FromText(std::string_view bytes, const std::string& sName,
+                                            RuleEncoding eEncoding,
+                                            std::vector<Diagnostic>& vDiags);
+
+    // Builds a new set from the list's bytes beside the current one and
+    // publishes it as the next generation: true. On failure the current set
+    // stays, vDiags says why: false.
+    bool Reload(std::string_view bytes, const std::string& sName, RuleEncoding eEncoding,
+                std::vector<Diagnostic>& vDiags);
+
+    // The set in use now (never null); hold it for as long as it is used.
+    std::shared_ptr<const Snapshot> Current() const { return std::atomic_load(&m_pCurrent); }
+    uint64_t Generation() const { return Current()->nGeneration; }
+
+  private:
+    Engine() = default;
+    std::shared_ptr<const Snapshot> m_pCurrent;
+    std::mutex m_reloadLock;  // one reload at a time, so generations follow each other
+};
+
 class Matcher {
   public:
     // A matcher for pRules (not null), which it keeps alive.
     explicit Matcher(std::shared_ptr<const RuleSet> pRules);
+    // A matcher that follows engine's current set; engine outlives it.
+    explicit Matcher(const Engine& engine);
 
     // Classifies a GBK document. iType 0: "<class>\t" per class; 1: with
     // "<weight %.4f>"; as classifier_exec1. False, with an empty result,
@@ -62,8 +108,13 @@ class Matcher {
     // The result text of the last Classify; valid until the next one.
     const std::string& Result() const { return m_sResult; }
     const RuleSet& Rules() const { return *m_pRules; }
+    // The generation of the set that classified the last document (0 for a
+    // matcher of a fixed rule set).
+    uint64_t Generation() const { return m_nGeneration; }
 
   private:
+    const Engine* m_pEngine = nullptr;
+    uint64_t m_nGeneration = 0;
     std::shared_ptr<const RuleSet> m_pRules;
     CTextParser::DocumentPtr m_pDoc;
     std::string m_sResult;
