@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "Iconv.h"
 #include "QXEngine.h"
 #include "TestUtil.h"
 
@@ -124,6 +125,33 @@ TEST(QXEngineConcurrent, ReloadUnderLoadGivesEachResultItsGenerationsText) {
     EXPECT_TRUE(vProblems[0].empty() && vProblems[1].empty()) << vProblems[0].size();
     EXPECT_FALSE(pEngine->Reload("<rules>", "bad", qx::RuleEncoding::kGbk, vDiags));
     EXPECT_EQ(pEngine->Generation(), 101u);
+}
+
+// UTF-8 and GB18030 documents (iconv's forms of the GBK examples, plus a
+// character GBK lacks) classify as their GBK form and answer in their own
+// encoding.
+TEST(QXEngine, DocumentsInUtf8AndGb18030AnswerInTheirEncoding) {
+    std::vector<qx::Diagnostic> vDiags;
+    const auto pRules =
+        qx::RuleSet::FromFile(kExamples + "/rules.txt", qx::RuleEncoding::kGbk, vDiags);
+    qx::Matcher gbk(pRules), other(pRules);
+    for (const auto& [eEnc, sName] : {std::pair{qx::TextEncoding::kUtf8, "UTF-8"},
+                                      std::pair{qx::TextEncoding::kGb18030, "GB18030"}}) {
+        CIconv to(sName, "GBK");
+        for (_stDoc d : ExampleDocs()) {
+            ASSERT_TRUE(gbk.Classify(d, 1));
+            std::string sWant;
+            to.Convert(gbk.Result(), sWant);
+            for (std::string* p : {&d.sTitle, &d.sContent}) {
+                std::string s;
+                ASSERT_TRUE(to.Convert(*p, s));
+                *p =
+                    s + (eEnc == qx::TextEncoding::kUtf8 ? "\xF0\x9F\x98\x80" : "\x95\x32\x82\x36");
+            }
+            ASSERT_TRUE(other.Classify(d, 1, eEnc));
+            EXPECT_EQ(other.Result(), sWant) << sName;
+        }
+    }
 }
 
 TEST(QXEngine, FailedLoadsReportThroughDiagnosticsOnly) {

@@ -11,6 +11,7 @@
 #include <iterator>
 
 #include "Global.h"
+#include "Iconv.h"
 #include "STLCodeTrans.h"
 
 namespace qx {
@@ -76,6 +77,23 @@ Matcher::Matcher(const Engine& engine) : m_pEngine(&engine) {
     m_pRules = pNow->pRules;
     m_pDoc = m_pRules->Engine().NewDocument();
     m_nGeneration = pNow->nGeneration;
+}
+
+bool Matcher::Classify(const _stDoc& d, int iType, TextEncoding eEncoding) {
+    GbkText text;
+    m_vProblems.clear();
+    std::string _stDoc::*const kFields[] = {&_stDoc::sTitle, &_stDoc::sContent, &_stDoc::sAuthor,
+                                            &_stDoc::sBoard, &_stDoc::sDatatype};
+    for (auto field : kFields) {
+        ToGbk(d.*field, 0, eEncoding, text, m_vProblems);
+        m_stGbk.*field = std::move(text.sGbk);
+    }
+    const bool bOk = Classify(m_stGbk, iType);
+    std::string sBack;
+    CIconv(eEncoding == TextEncoding::kUtf8 ? "UTF-8" : "GB18030", "GBK")
+        .Convert(m_sResult, sBack, CIconv::OnBad::kMark);
+    m_sResult.swap(sBack);
+    return bOk;
 }
 
 bool Matcher::Classify(const _stDoc& d, int iType) {

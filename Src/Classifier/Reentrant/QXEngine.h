@@ -33,6 +33,7 @@
 
 #include "QXDiagnostic.h"
 #include "QXRuleText.h"
+#include "QXText.h"
 #include "TextParser.h"
 
 namespace qx {
@@ -105,6 +106,11 @@ class Matcher {
     // "<weight %.4f>"; as classifier_exec1. False, with an empty result,
     // when the scan output cuts off before the title ends.
     bool Classify(const _stDoc& d, int iType);
+    // Classify for a document in UTF-8 or GB18030: each field is converted
+    // to GBK exactly (QXText.h; characters GBK lacks become the placeholder,
+    // which no keyword matches) and the result text comes back in the
+    // document's encoding.
+    bool Classify(const _stDoc& d, int iType, TextEncoding eEncoding);
     // The result text of the last Classify; valid until the next one.
     const std::string& Result() const { return m_sResult; }
     const RuleSet& Rules() const { return *m_pRules; }
@@ -118,6 +124,8 @@ class Matcher {
     std::shared_ptr<const RuleSet> m_pRules;
     CTextParser::DocumentPtr m_pDoc;
     std::string m_sResult;
+    _stDoc m_stGbk;                        // the last converted document
+    std::vector<TextProblem> m_vProblems;  // its conversion problems
 };
 
 }  // namespace qx
