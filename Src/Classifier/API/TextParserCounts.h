@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <list>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,7 @@ class CWordRuleCounts {
         int operator[](size_t iSubRule) const;
         // Number of sub-rules (the length of the vector it stands for); 0
         // for a keyword that is not in the table.
-        size_t size() const { return m_iKey >= 0 ? m_pTable->m_nSubRules : 0; }
+        size_t size() const { return m_iKey >= 0 ? m_pTable->m_pLayout->nSubRules : 0; }
 
       private:
         friend class CWordRuleCounts;
@@ -55,11 +56,11 @@ class CWordRuleCounts {
     // Empties the table (no keys, row length 0).
     void clear();
 
-    size_t size() const { return m_vsKeys.size(); }  // number of keywords
-    bool empty() const { return m_vsKeys.empty(); }
+    size_t size() const { return m_pLayout->vsKeys.size(); }  // number of keywords
+    bool empty() const { return m_pLayout->vsKeys.empty(); }
     bool contains(const std::string& sWord) const { return FindKey(sWord) >= 0; }
-    const std::vector<std::string>& keys() const { return m_vsKeys; }  // byte order
-    size_t SubRuleCount() const { return m_nSubRules; }
+    const std::vector<std::string>& keys() const { return m_pLayout->vsKeys; }  // byte order
+    size_t SubRuleCount() const { return m_pLayout->nSubRules; }
     Row operator[](const std::string& sWord) const { return Row(this, FindKey(sWord)); }
     // The count of sWord for sub-rule iSubRule; 0 where there is no slot.
     int count(const std::string& sWord, size_t iSubRule) const;
@@ -73,7 +74,9 @@ class CWordRuleCounts {
     int FindSlot(int iKey, int iSubRule) const;
     int KeyIndex(const std::string& sWord) const { return FindKey(sWord); }
     int SlotValue(int iSlot) const { return m_viCount[static_cast<size_t>(iSlot)]; }
-    int SlotSubRule(int iSlot) const { return m_viSlotSubRule[static_cast<size_t>(iSlot)]; }
+    int SlotSubRule(int iSlot) const {
+        return m_pLayout->viSlotSubRule[static_cast<size_t>(iSlot)];
+    }
     // Adds n (> 0) to a slot, saturating at INT_MAX; returns the old value.
     // Does not advance Version().
     int AddToSlot(int iSlot, int n);
@@ -85,11 +88,17 @@ class CWordRuleCounts {
     int FindKey(const std::string& sWord) const;
     void Touch();  // takes a new, process-unique version
 
-    std::vector<std::string> m_vsKeys;  // sorted by bytes
-    std::vector<int> m_viRowBegin;      // slots of key k: [m_viRowBegin[k], m_viRowBegin[k + 1])
-    std::vector<int> m_viSlotSubRule;   // sub-rule of each slot, ascending within a row
-    std::vector<int> m_viCount;         // count of each slot
-    size_t m_nSubRules = 0;
-    unsigned long m_nLayout = 0;   // shared by copies of one Build; 0 when empty
+    // The table's shape, made by Build and shared (read-only) by its copies,
+    // so that a copy costs its counts only.
+    struct Layout {
+        std::vector<std::string> vsKeys;  // sorted by bytes
+        std::vector<int> viRowBegin{0};   // slots of key k: [viRowBegin[k], viRowBegin[k + 1])
+        std::vector<int> viSlotSubRule;   // sub-rule of each slot, ascending within a row
+        size_t nSubRules = 0;
+    };
+    static const std::shared_ptr<const Layout>& EmptyLayout();
+
+    std::shared_ptr<const Layout> m_pLayout = EmptyLayout();
+    std::vector<int> m_viCount;    // count of each slot
     unsigned long m_nVersion = 0;  // changes with every write from outside the engine
 };
