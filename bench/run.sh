@@ -14,8 +14,9 @@
 #           UTF-8 and BIG5 prose beside glibc iconv on the same text, and its
 #           load time (options --repeat N, --data DIR, --trans-data DIR);
 #   threads  bench_threads: the reentrant engine's documents per second
-#           against threads sharing one rule set (options --rules N,
-#           --max-threads N, --min-time S, --runs N, --data DIR);
+#           against threads sharing one rule set, then the reload of a
+#           10,000-rule list under load (options --rules N, --max-threads N,
+#           --min-time S, --runs N, --reload-rules N, --data DIR);
 #   data    qxmakedata: writes the translator's data folder into a scratch
 #           folder three times, printing its file counts once and the time of
 #           each run (no options);
