@@ -19,6 +19,11 @@ namespace {
 
 const std::string kExamples = std::string(QX_SOURCE_DIR) + "/examples";
 
+// The classes of the examples' list whose detail reports are compared (GBK):
+// 体育, 财经, 科技, 天气.
+const char* const kClasses[] = {"\xCC\xE5\xD3\xFD", "\xB2\xC6\xBE\xAD", "\xBF\xC6\xBC\xBC",
+                                "\xCC\xEC\xC6\xF8"};
+
 // Every example document, its first line as title and the rest as content,
 // once more with the content as title, so that NEAR meets the separator.
 std::vector<_stDoc> ExampleDocs() {
@@ -41,15 +46,22 @@ std::vector<std::string> ClassicTexts(const std::vector<_stDoc>& vDocs) {
     CTextParser t;
     EXPECT_TRUE(t.fn_bInit("", (kExamples + "/rules.txt").c_str(), nullptr));
     std::vector<std::string> v;
-    for (_stDoc d : vDocs)
+    for (_stDoc d : vDocs) {
         for (int iType : {0, 1}) v.push_back(t.fn_bClassify(d, iType) ? t.m_sClassifyResult : "!");
+        for (const char* sClass : kClasses) t.fn_vGetDetail(sClass), v.push_back(t.m_sDetail);
+    }
     return v;
 }
 
 std::vector<std::string> MatcherTexts(qx::Matcher& m, const std::vector<_stDoc>& vDocs) {
     std::vector<std::string> v;
-    for (const _stDoc& d : vDocs)
+    for (const _stDoc& d : vDocs) {
         for (int iType : {0, 1}) v.push_back(m.Classify(d, iType) ? m.Result() : "!");
+        std::string sNames;  // the structured results name what the text names
+        for (const _stResult& r : m.Results()) sNames += r.sClassName + "\t";
+        EXPECT_EQ(sNames, v[v.size() - 2] == "!" ? "" : v[v.size() - 2]);
+        for (const char* sClass : kClasses) v.push_back(m.Detail(sClass));
+    }
     return v;
 }
 

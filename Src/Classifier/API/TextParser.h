@@ -163,6 +163,11 @@ class CTextParser {
     // leaves the engine as it was. False (sResult empty) when the scan finds
     // no separator.
     bool Classify(CDocument& doc, const _stDoc& d, int iType, std::string& sResult) const;
+    // The chosen classes of doc's last document with their weights, in
+    // result order (those the result text names).
+    const std::vector<_stResult>& Results(const CDocument& doc) const;
+    // fn_vGetDetail's report of class sClassName for doc's last document.
+    void Detail(const CDocument& doc, const std::string& sClassName, std::string& sDetail) const;
 
     // ---- Classification ----
 
@@ -261,7 +266,8 @@ class CTextParser {
     CDocView ClassicView();
     // REQUIRES: the index is current and v's tables have its layout. Classifies
     // d into sResult; false (nothing decided) when the scan finds no separator.
-    bool Run(CDocView& v, const _stDoc& d, int iType, std::string& sResult) const;
+    bool Run(CDocView& v, const _stDoc& d, int iType, std::string& sResult,
+             std::vector<_stResult>& vstResult) const;
     void RestoreTouched(CDocView& v) const;
     void PrimeSubRuleDefaults(CDocView& v) const;
     bool ScanAndCount(CDocView& v) const;
@@ -279,6 +285,9 @@ class CTextParser {
     void ScoreRule(CDocView& v, int r, bool bFired) const;
 
     // Results (TextParserReport.cpp).
+    void Detail(const std::vector<_stSubRuleResult>& vSubs,
+                const std::vector<_stRuleResult>& vRules, const std::string& sClassName,
+                std::string& sDetail) const;
     // Appends the result text of vstResult to sResult.
     void AppendResults(std::vector<_stResult>& vstResult, int iType, std::string& sResult) const;
 

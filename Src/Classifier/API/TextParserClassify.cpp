@@ -59,14 +59,16 @@ bool CTextParser::fn_bClassify(_stDoc& d, int iType) {
     }
     CDocView v = ClassicView();
     m_sDetail.clear();
-    if (!Run(v, d, iType, m_sClassifyResult)) {
+    std::vector<_stResult> vstResult;
+    if (!Run(v, d, iType, m_sClassifyResult, vstResult)) {
         fn_bResetResult();  // results stay in their reset state
         return false;
     }
     return true;
 }
 
-bool CTextParser::Run(CDocView& v, const _stDoc& d, int iType, std::string& sResult) const {
+bool CTextParser::Run(CDocView& v, const _stDoc& d, int iType, std::string& sResult,
+                      std::vector<_stResult>& vstResult) const {
     CScratch& s = *v.pScratch;
     sResult.clear();
     if (s.bPrimed)
@@ -81,7 +83,7 @@ bool CTextParser::Run(CDocView& v, const _stDoc& d, int iType, std::string& sRes
     if (!ScanAndCount(v)) return false;
     DecideMetadata(v, d);
     DecideTouchedSubRules(v);
-    std::vector<_stResult> vstResult = DecideAndScoreRules(v);  // the class weight map, in order
+    vstResult = DecideAndScoreRules(v);  // the class weight map, in order
     AppendResults(vstResult, iType, sResult);
     return true;
 }
@@ -96,7 +98,7 @@ void CTextParser::Prepare() {
 
 CTextParser::DocumentPtr CTextParser::NewDocument() const {
     return DocumentPtr(m_pIndex != nullptr && m_pScratch != nullptr ? new CDocument(*this)
-                                                                     : nullptr);
+                                                                    : nullptr);
 }
 
 void CTextParser::CDocumentDelete::operator()(CDocument* p) const {
@@ -105,10 +107,15 @@ void CTextParser::CDocumentDelete::operator()(CDocument* p) const {
 
 bool CTextParser::Classify(CDocument& doc, const _stDoc& d, int iType, std::string& sResult) const {
     CDocView v = doc.View();
-    if (Run(v, d, iType, sResult)) return true;
+    if (Run(v, d, iType, sResult, doc.vResults)) return true;
+    doc.vResults.clear();
     doc.Reset(*this);
     sResult.clear();
     return false;
+}
+
+const std::vector<_stResult>& CTextParser::Results(const CDocument& doc) const {
+    return doc.vResults;
 }
 
 CTextParser::CDocView CTextParser::ClassicView() {

@@ -139,4 +139,5 @@ class CTextParser::CDocument {
     std::string text;
     bool bNormalised = false;
     CScratch scratch;
+    std::vector<_stResult> vResults;  // the chosen classes of the last document, in order
 };

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "TextParser.h"
+#include "TextParserIndex.h"
 
 namespace {
 
@@ -55,7 +56,8 @@ void CTextParser::fn_vGetClassification(std::map<std::string, float> msfOutputRe
 }
 
 // Sorts results given in class-name order by weight (stably), applies the
-// automatic selection for a negative certainty and appends the result text.
+// automatic selection for a negative certainty (vstResult keeps the chosen
+// classes only) and appends the result text.
 void CTextParser::AppendResults(std::vector<_stResult>& vstResult, int iType,
                                 std::string& sResult) const {
     std::stable_sort(vstResult.begin(), vstResult.end(), CClasLess());
@@ -68,6 +70,7 @@ void CTextParser::AppendResults(std::vector<_stResult>& vstResult, int iType,
             nKeep = i + 1;
         }
     }
+    vstResult.resize(nKeep);
     if (iType != 0 && iType != 1) return;
     for (size_t i = 0; i < nKeep; ++i) {
         sResult.append(vstResult[i].sClassName);
@@ -84,22 +87,32 @@ void CTextParser::AppendResults(std::vector<_stResult>& vstResult, int iType,
 // ======================================================================
 
 void CTextParser::fn_vGetDetail(std::string sClassName) {
-    m_sDetail.clear();
-    for (size_t r = 0; r < m_vstRules.size() && r < m_vstRuleResult.size(); ++r) {
+    Detail(m_vstSubRuleResult, m_vstRuleResult, sClassName, m_sDetail);
+}
+
+void CTextParser::Detail(const CDocument& doc, const std::string& sClassName,
+                         std::string& sDetail) const {
+    Detail(doc.subs, doc.rules, sClassName, sDetail);
+}
+
+void CTextParser::Detail(const std::vector<_stSubRuleResult>& vSubs,
+                         const std::vector<_stRuleResult>& vRules, const std::string& sClassName,
+                         std::string& sDetail) const {
+    sDetail.clear();
+    for (size_t r = 0; r < m_vstRules.size() && r < vRules.size(); ++r) {
         const _stRule& stRule = m_vstRules[r];
-        if (stRule.sClass != sClassName || !m_vstRuleResult[r].bSuccess) continue;
-        m_sDetail.append("RULE").append(std::to_string(r)).append(":\n");
+        if (stRule.sClass != sClassName || !vRules[r].bSuccess) continue;
+        sDetail.append("RULE").append(std::to_string(r)).append(":\n");
         for (size_t j = 0; j < stRule.viSubRule.size(); ++j) {
             const int i = stRule.viSubRule[j];
-            m_sDetail.append("SUBRULE").append(std::to_string(j + 1)).append(": ");
-            if (i >= 0 && static_cast<size_t>(i) < m_vstSubRuleResult.size())
-                m_sDetail.append(m_vstSubRuleResult[i].sHitWord);
-            m_sDetail.append("\n");
+            sDetail.append("SUBRULE").append(std::to_string(j + 1)).append(": ");
+            if (i >= 0 && static_cast<size_t>(i) < vSubs.size()) sDetail.append(vSubs[i].sHitWord);
+            sDetail.append("\n");
         }
         if (stRule.fEffecValue < 1.0f) {
-            m_sDetail.append("Sim: ");
-            AppendFixed4(m_sDetail, m_vstRuleResult[r].fVSMSim);
-            m_sDetail.append("\n");
+            sDetail.append("Sim: ");
+            AppendFixed4(sDetail, vRules[r].fVSMSim);
+            sDetail.append("\n");
         }
     }
 }

@@ -96,6 +96,12 @@ bool Matcher::Classify(const _stDoc& d, int iType, TextEncoding eEncoding) {
     return bOk;
 }
 
+std::string Matcher::Detail(const std::string& sClass) const {
+    std::string s;
+    m_pRules->Engine().Detail(*m_pDoc, sClass, s);
+    return s;
+}
+
 bool Matcher::Classify(const _stDoc& d, int iType) {
     if (m_pEngine != nullptr) {
         const auto pNow = m_pEngine->Current();  // one snapshot for the whole document

@@ -113,6 +113,11 @@ class Matcher {
     bool Classify(const _stDoc& d, int iType, TextEncoding eEncoding);
     // The result text of the last Classify; valid until the next one.
     const std::string& Result() const { return m_sResult; }
+    // The classes of the last document with their weights, in result order
+    // (names in GBK).
+    const std::vector<_stResult>& Results() const { return m_pRules->Engine().Results(*m_pDoc); }
+    // The classic detail report of class sClass (GBK) for the last document.
+    std::string Detail(const std::string& sClass) const;
     const RuleSet& Rules() const { return *m_pRules; }
     // The generation of the set that classified the last document (0 for a
     // matcher of a fixed rule set).
