@@ -178,6 +178,13 @@ TEST(QXEngine, FailedLoadsReportThroughDiagnosticsOnly) {
               "list: error: Rule[rule id=\"0\".classid]\xE4\xB8\x8D\xE5\xAD\x98\xE5\x9C\xA8\xE6\x88"
               "\x96\xE5\x85\xB6"
               "ClassID\xE5\x80\xBC\xE4\xB8\x8D\xE8\x83\xBD\xE4\xB8\xBA\xE7\xA9\xBA.\n");
+    const std::string sList = qxtest::ReadBytes(kExamples + "/rules.txt");
+    const std::string sWith = sList.substr(0, sList.find("<value>") + 7) + "\xA1\xFE" +
+                              sList.substr(sList.find("<value>") + 7);  // 〓 in a keyword
+    EXPECT_EQ(qx::RuleSet::FromText(sWith, "ph", qx::RuleEncoding::kGbk, vDiags), nullptr);
+    EXPECT_EQ(vDiags.back().sMessage.substr(0, 27), "a keyword holds the placeho");
+    EXPECT_EQ(sWith.rfind('\n', sWith.find("\xA1\xFE")) + 1 + vDiags.back().nColumn - 1,
+              sWith.find("\xA1\xFE"));
     EXPECT_EQ(qx::RuleSet::FromFile("/no/such/list", qx::RuleEncoding::kGbk, vDiags), nullptr);
     EXPECT_EQ(qx::FormatDiagnostic(vDiags.back()), "/no/such/list: error: cannot read the file");
     EXPECT_EQ(g_sLastErrorMessage, qxtest::kUntouched);

@@ -15,6 +15,17 @@
 #include "STLCodeTrans.h"
 
 namespace qx {
+namespace {
+
+// Whether the GBK text s holds the two-byte character c at a character
+// boundary.
+bool ContainsCharacter(const std::string& s, const char* c) {
+    for (size_t i = 0; i + 1 < s.size(); i += static_cast<unsigned char>(s[i]) >= 0x80 ? 2 : 1)
+        if (s[i] == c[0] && s[i + 1] == c[1]) return true;
+    return false;
+}
+
+}  // namespace
 
 std::shared_ptr<const RuleSet> RuleSet::FromText(std::string_view bytes, const std::string& sName,
                                                  RuleEncoding eEncoding,
@@ -34,6 +45,20 @@ std::shared_ptr<const RuleSet> RuleSet::FromText(std::string_view bytes, const s
         vDiags.push_back(Diagnostic{sName, 0, 0, Severity::kError, sUtf8});
         return nullptr;
     }
+    // A keyword holding the placeholder could only match what does not
+    // convert: refused, at its first place in the list.
+    const CLineTable lines(bytes);
+    bool bPlaceholder = false;
+    for (const auto& kv : pSet->m_pEngine->m_mslKeywords) {
+        if (!ContainsCharacter(kv.first, kNoGbkPlaceholder)) continue;
+        Diagnostic d{sName, 0, 0, Severity::kError,
+                     "a keyword holds the placeholder \xE3\x80\x93 (U+3013), which stands for "
+                     "characters without a GBK form"};
+        lines.Position(text.SourceOffset(text.sGbk.find(kv.first)), d.nLine, d.nColumn);
+        vDiags.push_back(d);
+        bPlaceholder = true;
+    }
+    if (bPlaceholder) return nullptr;
     pSet->m_pEngine->Prepare();
     return pSet;
 }

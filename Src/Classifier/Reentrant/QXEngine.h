@@ -42,8 +42,9 @@ class RuleSet {
   public:
     // Builds a rule set from a rule list's bytes, read as eEncoding (GBK or
     // UTF-8, see QXRuleText.h); sName names it in diagnostics. Null on
-    // failure. vDiags gets the problems found: the encoding's, and the
-    // classic loader's message as an error (without a place yet).
+    // failure. vDiags gets the problems found: the encoding's, the classic
+    // loader's message as an error (without a place yet), and an error at
+    // each keyword that holds kNoGbkPlaceholder.
     static std::shared_ptr<const RuleSet> FromText(std::string_view bytes, const std::string& sName,
                                                    RuleEncoding eEncoding,
                                                    std::vector<Diagnostic>& vDiags);
