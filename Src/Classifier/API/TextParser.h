@@ -268,6 +268,8 @@ class CTextParser {
     // d into sResult; false (nothing decided) when the scan finds no separator.
     bool Run(CDocView& v, const _stDoc& d, int iType, std::string& sResult,
              std::vector<_stResult>& vstResult) const;
+    // v's tables back to the clean copies; nothing primed or dirty.
+    void ResetView(CDocView& v) const;
     void RestoreTouched(CDocView& v) const;
     void PrimeSubRuleDefaults(CDocView& v) const;
     bool ScanAndCount(CDocView& v) const;

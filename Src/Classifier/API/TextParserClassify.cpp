@@ -109,7 +109,7 @@ bool CTextParser::Classify(CDocument& doc, const _stDoc& d, int iType, std::stri
     CDocView v = doc.View();
     if (Run(v, d, iType, sResult, doc.vResults)) return true;
     doc.vResults.clear();
-    doc.Reset(*this);
+    ResetView(v);
     sResult.clear();
     return false;
 }
@@ -127,14 +127,18 @@ bool CTextParser::fn_bResetResult() {
     const bool bIndexed = IndexIsCurrent();
     m_sClassifyResult.clear();
     m_sDetail.clear();
-    m_msvWordRule = m_msvWordRuleInit;
-    m_vstSubRuleResult = m_vstSubRuleResultInit;
-    m_vstRuleResult = m_vstRuleResultInit;
-    if (bIndexed) {  // same layout as before: the index stays valid
-        m_pIndex->nCountsVersion = m_msvWordRule.Version();
-        m_pScratch->Unprime();
-    }
+    CDocView v = ClassicView();
+    ResetView(v);
+    // Same layout as before: the index stays valid.
+    if (bIndexed) m_pIndex->nCountsVersion = m_msvWordRule.Version();
     return true;
+}
+
+void CTextParser::ResetView(CDocView& v) const {
+    v.counts = m_msvWordRuleInit;
+    v.subs = m_vstSubRuleResultInit;
+    v.rules = m_vstRuleResultInit;
+    if (v.pScratch != nullptr) v.pScratch->Unprime();
 }
 
 // Undoes what the previous document changed: its count slots, its decided
@@ -161,9 +165,7 @@ void CTextParser::PrimeSubRuleDefaults(CDocView& v) const {
     CIndex& x = *m_pIndex;
     CScratch& s = *v.pScratch;
     for (size_t i = 0; i < x.nSubEval; ++i) v.subs[i].bSuccess = x.vbSubDefault[i];
-    s.viDirtySlots.clear();
-    s.viDirtySubs.clear();
-    s.viDirtyRules.clear();
+    s.Unprime();
     s.bPrimed = true;
 }
 

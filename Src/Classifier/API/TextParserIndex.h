@@ -125,14 +125,6 @@ class CTextParser::CDocument {
           rules(t.m_vstRuleResultInit),
           scratch(*t.m_pIndex) {}
     CDocView View() { return CDocView{counts, subs, rules, text, bNormalised, &scratch}; }
-    // Back to the clean copies (after a document the scan could not split).
-    void Reset(const CTextParser& t) {
-        counts = t.m_msvWordRuleInit;
-        subs = t.m_vstSubRuleResultInit;
-        rules = t.m_vstRuleResultInit;
-        scratch.Unprime();
-    }
-
     CWordRuleCounts counts;
     std::vector<_stSubRuleResult> subs;
     std::vector<_stRuleResult> rules;

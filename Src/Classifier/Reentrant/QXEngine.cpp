@@ -66,8 +66,9 @@ std::shared_ptr<const RuleSet> RuleSet::FromText(std::string_view bytes, const s
 std::shared_ptr<const RuleSet> RuleSet::FromFile(const std::string& sPath, RuleEncoding eEncoding,
                                                  std::vector<Diagnostic>& vDiags) {
     std::ifstream in(sPath, std::ios::binary);
-    std::string sBytes(std::istreambuf_iterator<char>(in), {});
-    if (!in && !in.eof()) {
+    std::string sBytes;
+    if (in) sBytes.assign(std::istreambuf_iterator<char>(in), {});
+    if (!in.is_open() || in.bad()) {
         vDiags.push_back(Diagnostic{sPath, 0, 0, Severity::kError, "cannot read the file"});
         return nullptr;
     }
@@ -80,6 +81,7 @@ std::unique_ptr<Engine> Engine::FromText(std::string_view bytes, const std::stri
     auto pRules = RuleSet::FromText(bytes, sName, eEncoding, vDiags);
     if (!pRules) return nullptr;
     pEngine->m_pCurrent = std::make_shared<const Snapshot>(Snapshot{std::move(pRules), 1});
+    pEngine->m_nGeneration = 1;
     return pEngine;
 }
 
@@ -88,9 +90,11 @@ bool Engine::Reload(std::string_view bytes, const std::string& sName, RuleEncodi
     auto pRules = RuleSet::FromText(bytes, sName, eEncoding, vDiags);  // outside the lock
     if (!pRules) return false;
     std::lock_guard<std::mutex> lock(m_reloadLock);
-    const uint64_t nNext = Current()->nGeneration + 1;
-    std::atomic_store(&m_pCurrent, std::shared_ptr<const Snapshot>(std::make_shared<const Snapshot>(
-                                       Snapshot{std::move(pRules), nNext})));
+    const uint64_t nNext = m_nGeneration.load(std::memory_order_relaxed) + 1;
+    std::shared_ptr<const Snapshot> pNext =
+        std::make_shared<const Snapshot>(Snapshot{std::move(pRules), nNext});
+    std::atomic_store(&m_pCurrent, std::move(pNext));
+    m_nGeneration.store(nNext, std::memory_order_release);
     return true;
 }
 
@@ -104,20 +108,34 @@ Matcher::Matcher(const Engine& engine) : m_pEngine(&engine) {
     m_nGeneration = pNow->nGeneration;
 }
 
-bool Matcher::Classify(const _stDoc& d, int iType, TextEncoding eEncoding) {
+// The converters between one document encoding and GBK, kept by a matcher
+// from its first document in that encoding on, with their buffers.
+struct Matcher::Codec {
+    explicit Codec(TextEncoding e)
+        : in(e), back(e == TextEncoding::kUtf8 ? "UTF-8" : "GB18030", "GBK") {}
+    CToGbk in;
+    CIconv back;
     GbkText text;
-    m_vProblems.clear();
+    std::vector<TextProblem> vProblems;  // placeholders written; not reported yet
+    std::string sBack;
+};
+
+Matcher::~Matcher() = default;
+
+bool Matcher::Classify(const _stDoc& d, int iType, TextEncoding eEncoding) {
+    auto& pCodec = m_pCodec[static_cast<int>(eEncoding)];
+    if (!pCodec) pCodec = std::make_unique<Codec>(eEncoding);
+    Codec& c = *pCodec;
     std::string _stDoc::*const kFields[] = {&_stDoc::sTitle, &_stDoc::sContent, &_stDoc::sAuthor,
                                             &_stDoc::sBoard, &_stDoc::sDatatype};
     for (auto field : kFields) {
-        ToGbk(d.*field, 0, eEncoding, text, m_vProblems);
-        m_stGbk.*field = std::move(text.sGbk);
+        c.vProblems.clear();
+        c.in.Convert(d.*field, 0, c.text, c.vProblems);
+        (m_stGbk.*field).swap(c.text.sGbk);
     }
     const bool bOk = Classify(m_stGbk, iType);
-    std::string sBack;
-    CIconv(eEncoding == TextEncoding::kUtf8 ? "UTF-8" : "GB18030", "GBK")
-        .Convert(m_sResult, sBack, CIconv::OnBad::kMark);
-    m_sResult.swap(sBack);
+    c.back.Convert(m_sResult, c.sBack, CIconv::OnBad::kMark);
+    m_sResult.swap(c.sBack);
     return bOk;
 }
 
@@ -128,12 +146,12 @@ std::string Matcher::Detail(const std::string& sClass) const {
 }
 
 bool Matcher::Classify(const _stDoc& d, int iType) {
-    if (m_pEngine != nullptr) {
-        const auto pNow = m_pEngine->Current();  // one snapshot for the whole document
-        if (pNow->pRules != m_pRules) {
-            m_pRules = pNow->pRules;
-            m_pDoc = m_pRules->Engine().NewDocument();
-        }
+    // The set this matcher holds is its generation's; only a newer one means
+    // taking a snapshot (which locks), and then for the whole document.
+    if (m_pEngine != nullptr && m_pEngine->Generation() != m_nGeneration) {
+        const auto pNow = m_pEngine->Current();
+        m_pRules = pNow->pRules;
+        m_pDoc = m_pRules->Engine().NewDocument();
         m_nGeneration = pNow->nGeneration;
     }
     return m_pRules->Engine().Classify(*m_pDoc, d, iType, m_sResult);

@@ -24,6 +24,7 @@
 // last-error text: problems come back as Diagnostics (UTF-8).
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -88,11 +89,14 @@ class Engine {
 
     // The set in use now (never null); hold it for as long as it is used.
     std::shared_ptr<const Snapshot> Current() const { return std::atomic_load(&m_pCurrent); }
-    uint64_t Generation() const { return Current()->nGeneration; }
+    // The generation of the set in use now: one atomic read, so a matcher
+    // checks it per document and takes a new snapshot only when it changed.
+    uint64_t Generation() const { return m_nGeneration.load(std::memory_order_acquire); }
 
   private:
     Engine() = default;
     std::shared_ptr<const Snapshot> m_pCurrent;
+    std::atomic<uint64_t> m_nGeneration{0};  // stored after m_pCurrent
     std::mutex m_reloadLock;  // one reload at a time, so generations follow each other
 };
 
@@ -102,6 +106,9 @@ class Matcher {
     explicit Matcher(std::shared_ptr<const RuleSet> pRules);
     // A matcher that follows engine's current set; engine outlives it.
     explicit Matcher(const Engine& engine);
+    ~Matcher();
+    Matcher(const Matcher&) = delete;
+    Matcher& operator=(const Matcher&) = delete;
 
     // Classifies a GBK document. iType 0: "<class>\t" per class; 1: with
     // "<weight %.4f>"; as classifier_exec1. False, with an empty result,
@@ -130,8 +137,9 @@ class Matcher {
     std::shared_ptr<const RuleSet> m_pRules;
     CTextParser::DocumentPtr m_pDoc;
     std::string m_sResult;
-    _stDoc m_stGbk;                        // the last converted document
-    std::vector<TextProblem> m_vProblems;  // its conversion problems
+    struct Codec;                        // one document encoding's converters
+    std::unique_ptr<Codec> m_pCodec[2];  // by TextEncoding, opened on first use
+    _stDoc m_stGbk;                      // the last converted document
 };
 
 }  // namespace qx

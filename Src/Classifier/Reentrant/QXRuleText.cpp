@@ -1,7 +1,7 @@
 // QXRuleText.cpp - encoding detection and UTF-8 to GBK conversion of rule
 // lists.
 //
-// UTF-8 lists are converted by ToGbk (QXText.h), whose problems become
+// UTF-8 lists are converted by CToGbk (QXText.h), whose problems become
 // diagnostics at their places.
 // GBK lists are only checked, against glibc's own GBK table (the one the
 // translator and the documents' conversion use).
@@ -11,7 +11,6 @@
 #include <cstdio>
 
 #include "Iconv.h"
-#include "QXText.h"
 
 namespace qx {
 namespace {
@@ -78,12 +77,6 @@ void CheckGbk(std::string_view b, const std::string& sFile, const CLineTable& li
 
 }  // namespace
 
-size_t RuleText::SourceOffset(size_t nGbk) const {
-    if (!bUtf8) return nGbk + nSkipped;
-    return nGbk < vSource.size() ? vSource[nGbk]
-                                 : (vSource.empty() ? nSkipped : vSource.back() + 1);
-}
-
 RuleEncoding DetectRuleEncoding(std::string_view b) {
     if (StartsWithBom(b)) return RuleEncoding::kUtf8;
     bool bMultiByte = false;
@@ -107,12 +100,8 @@ bool DecodeRuleText(std::string_view bytes, RuleEncoding eEncoding, const std::s
         out.sGbk.assign(bytes);
     } else {
         out.bUtf8 = true;
-        out.nSkipped = StartsWithBom(bytes) ? 3 : 0;
-        GbkText text;
         std::vector<TextProblem> vProblems;
-        ToGbk(bytes, out.nSkipped, TextEncoding::kUtf8, text, vProblems);
-        out.sGbk = std::move(text.sGbk);
-        out.vSource = std::move(text.vSource);
+        CToGbk(TextEncoding::kUtf8).Convert(bytes, StartsWithBom(bytes) ? 3 : 0, out, vProblems);
         for (const TextProblem& x : vProblems) {
             const std::string_view c = bytes.substr(x.nOffset, x.nLen);
             Add(vDiags, sFile, lines, x.nOffset, x.bInvalid ? Severity::kWarning : Severity::kError,
@@ -121,7 +110,7 @@ bool DecodeRuleText(std::string_view bytes, RuleEncoding eEncoding, const std::s
                     : "character " + Named(c) + " has no GBK form");
         }
     }
-    out.nSourceSize = bytes.size();
+    out.nSourceSize = bytes.size();  // GbkText's for UTF-8; set here for GBK
     return std::none_of(vDiags.begin() + static_cast<std::ptrdiff_t>(nBefore), vDiags.end(),
                         [](const Diagnostic& d) { return d.eSeverity == Severity::kError; });
 }

@@ -22,6 +22,7 @@
 // own); a RuleText is a plain value.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -35,18 +36,16 @@ namespace qx {
 
 enum class RuleEncoding { kAuto, kGbk, kUtf8 };
 
-struct RuleText {
-    std::string sGbk;     // the list as the engine reads it
-    bool bUtf8 = false;   // read as UTF-8 (and converted)
-    size_t nSkipped = 0;  // bytes of a leading byte-order mark left out
-    // UTF-8 lists: the source offset of each byte of sGbk. Empty for GBK,
-    // where the offsets are the same.
-    std::vector<uint32_t> vSource;
-    size_t nSourceSize = 0;  // bytes of the caller's list
+// The list as the engine reads it (sGbk) with its source offsets. A GBK list
+// is taken as it is: vSource stays empty, since every offset is its own.
+struct RuleText : GbkText {
+    bool bUtf8 = false;  // read as UTF-8 (and converted)
 
     // The offset in the caller's bytes of byte nGbk of sGbk (the end of the
     // source for nGbk at or past the end).
-    size_t SourceOffset(size_t nGbk) const;
+    size_t SourceOffset(size_t nGbk) const {
+        return bUtf8 ? GbkText::SourceOffset(nGbk) : std::min(nGbk, nSourceSize);
+    }
 };
 
 // The encoding auto detection picks for these bytes (never kAuto).

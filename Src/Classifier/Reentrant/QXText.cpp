@@ -9,10 +9,6 @@
 // source encoding does not have from a character GBK does not have.
 #include "QXText.h"
 
-#include <unordered_map>
-
-#include "Iconv.h"
-
 namespace qx {
 namespace {
 
@@ -53,15 +49,15 @@ size_t Utf8SequenceLength(std::string_view s) {
     return len;
 }
 
-void ToGbk(std::string_view bytes, size_t nFrom, TextEncoding eEncoding, GbkText& out,
-           std::vector<TextProblem>& vProblems) {
-    const bool bUtf8 = eEncoding == TextEncoding::kUtf8;
-    const char* sName = bUtf8 ? "UTF-8" : "GB18030";
-    CIconv toGbk("GBK", sName), toUtf32("UTF-32LE", sName);
-    // character bytes -> its GBK form; "" when GBK has none, "\1" (which no
-    // conversion of a non-ASCII character yields) when the bytes are invalid
-    std::unordered_map<std::string_view, std::string> cache;
-    out = GbkText();
+CToGbk::CToGbk(TextEncoding eEncoding)
+    : m_bUtf8(eEncoding == TextEncoding::kUtf8),
+      m_cToGbk("GBK", m_bUtf8 ? "UTF-8" : "GB18030"),
+      m_cToUtf32("UTF-32LE", m_bUtf8 ? "UTF-8" : "GB18030") {}
+
+void CToGbk::Convert(std::string_view bytes, size_t nFrom, GbkText& out,
+                     std::vector<TextProblem>& vProblems) {
+    out.sGbk.clear();
+    out.vSource.clear();
     out.nSourceSize = bytes.size();
     out.sGbk.reserve(bytes.size());
     out.vSource.reserve(bytes.size());
@@ -69,19 +65,21 @@ void ToGbk(std::string_view bytes, size_t nFrom, TextEncoding eEncoding, GbkText
     std::string sConv;
     for (size_t i = nFrom; i < bytes.size();) {
         const std::string_view rest = bytes.substr(i);
-        size_t len = bUtf8 ? Utf8SequenceLength(rest) : Gb18030SequenceLength(p + i, rest.size());
+        size_t len = m_bUtf8 ? Utf8SequenceLength(rest) : Gb18030SequenceLength(p + i, rest.size());
         std::string_view sGbk = rest.substr(0, 1);
         if (len == 0 || p[i] >= 0x80) {
             const std::string_view c = rest.substr(0, len == 0 ? 1 : len);
-            auto it = cache.find(c);
-            if (it == cache.end()) {
-                if (len != 0 && toGbk.Convert(c.data(), c.size(), sConv))
-                    it = cache.emplace(c, sConv).first;
+            m_sKey.assign(c);
+            auto it = m_mCache.find(m_sKey);
+            if (it == m_mCache.end()) {
+                if (len != 0 && m_cToGbk.Convert(c.data(), c.size(), sConv))
+                    it = m_mCache.emplace(m_sKey, sConv).first;
                 else
-                    it = cache
-                             .emplace(c, len != 0 && toUtf32.Convert(c.data(), c.size(), sConv)
-                                             ? ""
-                                             : "\1")
+                    it = m_mCache
+                             .emplace(m_sKey,
+                                      len != 0 && m_cToUtf32.Convert(c.data(), c.size(), sConv)
+                                          ? ""
+                                          : "\1")
                              .first;
             }
             sGbk = it->second;

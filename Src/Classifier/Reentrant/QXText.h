@@ -9,14 +9,18 @@
 // kNoGbkPlaceholder; a byte that is no character of the source encoding
 // becomes the placeholder too. Both are reported as problems.
 //
-// Thread-safety: ToGbk is reentrant (its converters are its own).
+// Thread-safety: a CToGbk is used by one thread at a time (its iconv
+// descriptors and cache are its own); make one per thread.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
+
+#include "Iconv.h"
 
 namespace qx {
 
@@ -45,11 +49,27 @@ struct GbkText {
     size_t SourceOffset(size_t n) const { return n < vSource.size() ? vSource[n] : nSourceSize; }
 };
 
-// Converts bytes[nFrom..] (nFrom skips a byte-order mark) into out
-// (replaced) and appends a TextProblem per placeholder written. ASCII stays
-// ASCII; every other character takes its GBK form.
-void ToGbk(std::string_view bytes, size_t nFrom, TextEncoding eEncoding, GbkText& out,
-           std::vector<TextProblem>& vProblems);
+// A converter from one encoding into GBK, kept for many texts: it opens
+// its iconv descriptors once and remembers every character it has
+// converted, so that a text costs one table look-up per character.
+class CToGbk {
+  public:
+    explicit CToGbk(TextEncoding eEncoding);
+
+    // Converts bytes[nFrom..] (nFrom skips a byte-order mark) into out
+    // (replaced) and appends a TextProblem per placeholder written. ASCII
+    // stays ASCII; every other character takes its GBK form.
+    void Convert(std::string_view bytes, size_t nFrom, GbkText& out,
+                 std::vector<TextProblem>& vProblems);
+
+  private:
+    bool m_bUtf8;
+    CIconv m_cToGbk, m_cToUtf32;
+    // character bytes -> its GBK form; "" when GBK has none, "\1" (which no
+    // conversion of a non-ASCII character yields) when the bytes are invalid
+    std::unordered_map<std::string, std::string> m_mCache;
+    std::string m_sKey;  // look-up key, reused
+};
 
 // Length of the valid UTF-8 sequence at the start of s (RFC 3629: no
 // overlong forms, surrogates or code points above U+10FFFF); 0 when s does
