@@ -3,7 +3,8 @@
 //
 // The rule list and the documents are the engine benchmark's (BenchRuleList.h,
 // BenchDocs.h): a generated list of --rules rules (default 1,000) over the
-// 2,048-byte pieces of prose.txt. One qx::RuleSet is built; for each thread
+// 2,048-byte pieces of prose.txt. One qx::Engine is built (matchers follow
+// its current set, as a service's do); for each thread
 // count 1..--max-threads (default: the machine's cores) every thread gets its
 // own qx::Matcher and classifies the whole document set, pass after pass, for
 // at least --min-time seconds (default 1); the rate is all documents done by
@@ -72,15 +73,15 @@ Options ParseOptions(int argc, char** argv) {
 }
 
 // Documents per second with nThreads matchers on one rule set.
-double Rate(const std::shared_ptr<const qx::RuleSet>& pRules, const std::vector<_stDoc>& vDocs,
-            int nThreads, double fMinSeconds) {
+double Rate(const qx::Engine& engine, const std::vector<_stDoc>& vDocs, int nThreads,
+            double fMinSeconds) {
     std::atomic<long> nDone{0};
     std::atomic<bool> bStop{false};
     std::vector<std::thread> vThreads;
     const auto t0 = Clock::now();
     for (int k = 0; k < nThreads; ++k) {
         vThreads.emplace_back([&] {
-            qx::Matcher m(pRules);
+            qx::Matcher m(engine);
             while (!bStop.load(std::memory_order_relaxed)) {
                 for (const _stDoc& d : vDocs) m.Classify(d, 1);
                 nDone += static_cast<long>(vDocs.size());
@@ -148,14 +149,10 @@ int main(int argc, char** argv) {
     const Options opt = ParseOptions(argc, argv);
     const auto vPieces =
         qxbench::CutDocuments(qxbench::ReadWholeFile(opt.sDataDir + "/prose.txt"), 2048);
-    const qxbench::Words vWords = qxbench::ReadWords(opt.sDataDir + "/words_10k.txt");
-    const auto shape = qxbench::ShapeFor(opt.nRules);
-    const qxbench::Words vPool = qxbench::KeywordPool(
-        vWords, qxbench::DocumentCounts(vWords, vPieces), vPieces.size(), shape.fMaxDocShare);
     std::vector<qx::Diagnostic> vDiags;
-    const auto pRules = qx::RuleSet::FromText(qxbench::RuleListWriter(vPool, shape).Text(), "bench",
+    const auto pEngine = qx::Engine::FromText(RuleList(opt, opt.nRules, vPieces), "bench",
                                               qx::RuleEncoding::kGbk, vDiags);
-    if (!pRules) {
+    if (!pEngine) {
         std::fprintf(stderr, "%s", qx::FormatDiagnostics(vDiags).c_str());
         return 1;
     }
@@ -170,7 +167,7 @@ int main(int argc, char** argv) {
     std::vector<std::vector<double>> vRates(static_cast<size_t>(opt.nMaxThreads));
     for (int r = 0; r < opt.nRuns; ++r)
         for (int n = 1; n <= opt.nMaxThreads; ++n)
-            vRates[n - 1].push_back(Rate(pRules, vDocs, n, opt.fMinSeconds));
+            vRates[n - 1].push_back(Rate(*pEngine, vDocs, n, opt.fMinSeconds));
     double fOne = 0;
     for (int n = 1; n <= opt.nMaxThreads; ++n) {
         auto& v = vRates[n - 1];
